@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "Platform/Geometry.h"
+
+/// Pictures of the screen. The calls block for as long as the system's capture service takes, which
+/// may be for good: they belong on a thread that nobody depends on.
+namespace tervain::Platform {
+
+/// Why the capture service failed, in the system's words.
+struct CaptureError {
+  std::string description;
+};
+
+/// A display that can be captured. Copies share the system's object.
+struct ShareableDisplay {
+  struct Handle;  ///< what the port keeps; each port defines its own
+
+  std::shared_ptr<const Handle> handle;
+  Size contentSize;       ///< in points
+  float pointPixelScale;  ///< pixels per point
+};
+
+std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays();
+
+/// A captured picture. Copies share the pixels.
+struct Image {
+  struct Handle;
+
+  std::shared_ptr<const Handle> handle;
+  std::size_t width;  ///< in pixels
+  std::size_t height;
+};
+
+/// Captures a whole display with the pointer drawn in, scaled to a size in pixels.
+std::variant<Image, CaptureError> captureImage(const ShareableDisplay& display, std::size_t width,
+                                               std::size_t height);
+
+/// The picture as JPEG, `quality` being 0 to 1. Nothing when it can't be encoded.
+std::optional<std::string> encodeJPEG(const Image& image, double quality);
+
+}  // namespace tervain::Platform

@@ -1,0 +1,12 @@
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-randr)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+
+target_sources(Platform PRIVATE
+  Linux/AccessibilityBus.cpp
+  Linux/Displays.cpp
+  Linux/Pointer.cpp
+  Linux/Privacy.cpp
+  Linux/Process.cpp
+  Linux/X11.cpp)
+target_link_libraries(Platform PRIVATE PkgConfig::XCB PkgConfig::SYSTEMD)

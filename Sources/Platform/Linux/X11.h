@@ -1,0 +1,64 @@
+#pragma once
+
+#include <xcb/xcb.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+
+namespace tervain::X11 {
+
+struct FreeReply {
+  void operator()(void* reply) const { std::free(reply); }  // NOLINT(*-no-malloc): xcb's way
+};
+
+/// A reply of the X server. Null when the server refused, has gone or did not answer in time.
+template <class T>
+using Reply = std::unique_ptr<T, FreeReply>;
+
+using Clock = std::chrono::steady_clock;
+
+/// How long the operations that only look at something wait for the X server in all.
+inline constexpr std::chrono::milliseconds lookLimit{1000};
+
+/// The use of a connection to the X server that `DISPLAY` names, for one thread and one purpose.
+/// Connections are kept for the next user, so that most uses cost no connecting. No wait for the
+/// server lasts beyond the deadline, whatever state the server is in.
+class Session {
+ public:
+  /// Nothing when there is no server, or none that answers by then.
+  static std::optional<Session> open(Clock::time_point deadline);
+
+  Session(Session&& other) noexcept = default;
+  Session& operator=(Session&& other) noexcept = default;
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  ~Session();
+
+  [[nodiscard]] xcb_connection_t* get() const { return connection_.get(); }
+
+  /// The first screen.
+  [[nodiscard]] const xcb_screen_t& screen() const;
+
+  /// Waits for the reply to a request: `await<xcb_get_image_reply_t>(xcb_get_image(…).sequence)`.
+  template <class T>
+  Reply<T> await(unsigned int sequence) {
+    return Reply<T>(static_cast<T*>(awaitReply(sequence)));
+  }
+
+ private:
+  struct Disconnect {
+    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
+  };
+  using Connection = std::unique_ptr<xcb_connection_t, Disconnect>;
+  class Pool;
+
+  Session(Connection connection, Clock::time_point deadline);
+  void* awaitReply(unsigned int sequence);
+
+  Connection connection_;
+  Clock::time_point deadline_;
+};
+
+}  // namespace tervain::X11

@@ -1,0 +1,76 @@
+#include "TervainVMAgent/AgentListener.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
+#include <exception>
+#include <string>
+#include <system_error>
+#include <thread>
+
+#include "CVsock/cvsock.h"
+#include "TervainVMAgent/ConnectionHandler.h"
+#include "VMAgentCore/AgentError.h"
+#include "VMAgentCore/Log.h"
+
+namespace tervain {
+namespace {
+
+/// How long to wait after a failed accept. What makes it fail (descriptors or threads exhausted)
+/// passes only when connections end, and no event tells of that.
+constexpr std::chrono::seconds retryPause{1};
+
+int listenOn(std::uint32_t port) {
+  const int result = tervain_vsock_listen(port, AgentListener::backlog);
+  if (result < 0) {
+    throw AgentError::posix("vsock listen(:" + std::to_string(port) + ")", -result);
+  }
+  return result;
+}
+
+void retryLater(int error) {
+  agentLog("accept failed (errno " + std::to_string(error) + "); retrying");
+  std::this_thread::sleep_for(retryPause);
+}
+
+/// Serves a connection on the calling thread. Running out of memory ends that connection only.
+void serve(UniqueFD socket) {
+  try {
+    ConnectionHandler(std::move(socket)).run();
+  } catch (const std::exception&) {
+    // The handler has closed its socket and said so.
+  }
+}
+
+void start(UniqueFD socket) {
+  const int fd = socket.get();
+  try {
+    std::thread(serve, std::move(socket)).detach();
+  } catch (const std::system_error& error) {
+    logDisconnected(fd);
+    retryLater(error.code().value());
+  }
+}
+
+}  // namespace
+
+AgentListener::AgentListener(std::uint32_t port) : fd_(listenOn(port)) {}
+
+AgentListener::AgentListener(UniqueFD socket) : fd_(std::move(socket)) {}
+
+void AgentListener::run() {
+  for (;;) {
+    UniqueFD connection(accept(fd_.get(), nullptr, nullptr));
+    if (connection) {
+      fcntl(connection.get(), F_SETFD, FD_CLOEXEC);
+      logConnected(connection.get());
+      start(std::move(connection));
+    } else if (errno != EINTR) {
+      retryLater(errno);
+    }
+  }
+}
+
+}  // namespace tervain

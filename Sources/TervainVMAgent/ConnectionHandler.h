@@ -1,0 +1,61 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "TervainVMAgent/Reply.h"
+#include "VMAgentCore/Json.h"
+#include "VMAgentCore/LineSplitBuffer.h"
+#include "VMAgentCore/UniqueFD.h"
+
+namespace tervain {
+
+/// Serves one host connection, from accept to close, on the calling thread. Every operation is one
+/// of its methods: the request's object in, the reply's object out. An operation reports its
+/// failures in its reply and throws nothing across the request boundary.
+class ConnectionHandler {
+ public:
+  explicit ConnectionHandler(UniqueFD socket) : fd_(std::move(socket)) {}
+  ConnectionHandler(const ConnectionHandler&) = delete;
+  ConnectionHandler& operator=(const ConnectionHandler&) = delete;
+
+  /// Closes the connection and logs it.
+  ~ConnectionHandler();
+
+  /// Serves until the host has gone, can't be written to or breaks the protocol's one bound.
+  void run();
+
+  /// The operation that a request names, or null if there is none. `request` owns the string.
+  static const std::string* requestOp(const std::optional<Json>& request);
+
+ private:
+  enum class Next { readOn, close };
+
+  /// Serves one line that is not empty.
+  Next serve(std::string_view requestLine);
+
+  /// The reply to an ordinary request.
+  Reply dispatch(const std::optional<Json>& request);
+
+  // Operations that take over the connection and write their own frames or reply. They get the
+  // request as it was parsed: nothing when its line is not a JSON object.
+  void runExec(const std::optional<Json>& request);
+  void runShellEvents(const std::optional<Json>& request);
+
+  // Ordinary operations.
+  Reply opPing();
+  Reply opCursorPosition();
+
+  struct Operation;
+  static const Operation operations[];
+
+  UniqueFD fd_;
+  LineSplitBuffer lines_;
+};
+
+// The log lines that begin and end a connection.
+void logConnected(int fd);
+void logDisconnected(int fd);
+
+}  // namespace tervain

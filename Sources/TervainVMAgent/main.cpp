@@ -1,0 +1,5 @@
+#include "TervainVMAgent/StartUp.h"
+
+int main() {
+  return tervain::runAgent();
+}

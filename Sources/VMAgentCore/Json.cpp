@@ -1,0 +1,115 @@
+#include "VMAgentCore/Json.h"
+
+#include <cmath>
+
+#include "VMAgentCore/FatalError.h"
+#include "VMAgentCore/Rounding.h"
+
+namespace tervain {
+namespace {
+
+const Json* member(const Json& object, std::string_view key) {
+  const auto found = object.find(key);
+  return found == object.end() ? nullptr : &*found;
+}
+
+std::optional<std::int64_t> exactInteger(const Json& value) {
+  if (value.is_boolean()) {
+    return value.get<bool>() ? 1 : 0;
+  }
+  if (value.is_number_float()) {
+    const auto number = value.get<double>();
+    if (fitsInt64(number) && std::trunc(number) == number) {
+      return static_cast<std::int64_t>(number);
+    }
+    return std::nullopt;
+  }
+  if (value.is_number_unsigned() &&
+      value.get<std::uint64_t>() > static_cast<std::uint64_t>(INT64_MAX)) {
+    return std::nullopt;
+  }
+  if (value.is_number_integer()) {
+    return value.get<std::int64_t>();
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Json> parseObject(std::string_view text) {
+  bool tooDeep = false;
+  const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t event, const Json&) {
+    using Event = Json::parse_event_t;
+    const bool opens = event == Event::object_start || event == Event::array_start;
+    tooDeep = tooDeep || (opens && depth >= maxJsonDepth);
+    return !tooDeep;
+  };
+  Json value = Json::parse(text.begin(), text.end(), watchDepth, /*allow_exceptions=*/false);
+  if (tooDeep || !value.is_object()) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+std::optional<std::string> serialize(const Json& value) {
+  std::string plain;
+  try {
+    plain = value.dump();
+  } catch (const Json::exception&) {
+    return std::nullopt;
+  }
+  if (plain.find('/') == std::string::npos) {
+    return plain;
+  }
+  // A slash can only stand inside a string, so escaping each is enough.
+  std::string text;
+  text.reserve(plain.size() + plain.size() / 16);
+  for (const char c : plain) {
+    if (c == '/') {
+      text += '\\';
+    }
+    text += c;
+  }
+  return text;
+}
+
+const std::string* stringMember(const Json& object, std::string_view key) {
+  const Json* value = member(object, key);
+  return value ? value->get_ptr<const std::string*>() : nullptr;
+}
+
+std::optional<std::int64_t> integerMember(const Json& object, std::string_view key) {
+  const Json* value = member(object, key);
+  return value ? exactInteger(*value) : std::nullopt;
+}
+
+std::optional<std::int64_t> intField(const Json& object, std::string_view key) {
+  const Json* value = member(object, key);
+  if (!value) {
+    return std::nullopt;
+  }
+  if (const auto exact = exactInteger(*value)) {
+    return exact;
+  }
+  if (!value->is_number()) {
+    return std::nullopt;
+  }
+  const auto number = value->get<double>();
+  if (!fitsInt64(number)) {
+    fatalError("the number in \"" + std::string(key) + "\" does not fit 64 bits");
+  }
+  return static_cast<std::int64_t>(number);
+}
+
+bool truthy(const Json& object, std::string_view key) {
+  const Json* value = member(object, key);
+  if (!value) {
+    return false;
+  }
+  if (value->is_boolean()) {
+    return value->get<bool>();
+  }
+  return value->is_number() && value->get<double>() != 0.0;
+}
+
+}  // namespace tervain

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tervain {
+
+using Json = nlohmann::json;
+
+/// How deep arrays and objects may stand in each other in what the agent reads. It bounds memory
+/// and stack whatever a peer sends; platform JSON readers draw the line at the same place.
+inline constexpr int maxJsonDepth = 512;
+
+/// The object that a JSON text holds; nothing when the text is not JSON, not UTF-8, nested too
+/// deep, or when its top level is anything but an object.
+std::optional<Json> parseObject(std::string_view text);
+
+/// The compact JSON text of a value, "/" written as "\/". Nothing when a string in it is not UTF-8.
+std::optional<std::string> serialize(const Json& value);
+
+// How members of a request are read. This is the one place that decides what counts as what.
+
+/// A member that is a string. Null when it is missing or anything else. The object owns it.
+const std::string* stringMember(const Json& object, std::string_view key);
+
+/// A member that is an integer exactly: 12 and 12.0 are, 12.5 and "12" are not; true and false
+/// count as 1 and 0.
+std::optional<std::int64_t> integerMember(const Json& object, std::string_view key);
+
+/// A member that is a number, without its fraction (3.9 gives 3, -3.9 gives -3). A number outside
+/// the signed 64-bit range is a fatal error.
+std::optional<std::int64_t> intField(const Json& object, std::string_view key);
+
+/// Whether a member says yes: true, or a number other than 0. Strings never do.
+bool truthy(const Json& object, std::string_view key);
+
+}  // namespace tervain

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tervain {
+
+/// Cuts a byte stream into lines. A line ends at a line feed; one carriage return before it is
+/// dropped. Empty lines are lines too.
+class LineSplitBuffer {
+ public:
+  /// Adds bytes at the end. Lines handed out before are no longer valid.
+  void append(std::string_view bytes);
+
+  /// Takes the next complete line, or nothing if there is none yet. The view lives until the
+  /// buffer is next appended to, moved or destroyed.
+  std::optional<std::string_view> next();
+
+  /// How many bytes are held that have not been handed out as lines.
+  [[nodiscard]] std::size_t pendingBytes() const { return data_.size() - start_; }
+
+ private:
+  std::string data_;
+  std::size_t start_ = 0;    // where the next line begins
+  std::size_t scanned_ = 0;  // no line feed stands between start_ and here
+};
+
+}  // namespace tervain

@@ -1,0 +1,74 @@
+#include "VMAgentCore/SpawnGroupLeader.h"
+
+#include <spawn.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "VMAgentCore/AgentError.h"
+#include "VMAgentCore/System.h"
+
+namespace tervain {
+namespace {
+
+class SpawnAttributes {
+ public:
+  SpawnAttributes() { posix_spawnattr_init(&value); }
+  ~SpawnAttributes() { posix_spawnattr_destroy(&value); }
+  SpawnAttributes(const SpawnAttributes&) = delete;
+  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+
+  posix_spawnattr_t value{};
+};
+
+class FileActions {
+ public:
+  FileActions() { posix_spawn_file_actions_init(&value); }
+  ~FileActions() { posix_spawn_file_actions_destroy(&value); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+
+  posix_spawn_file_actions_t value{};
+};
+
+/// The null-terminated array of C strings that exec wants. It borrows the strings.
+std::vector<char*> pointers(std::vector<std::string>& strings) {
+  std::vector<char*> result;
+  result.reserve(strings.size() + 1);
+  for (std::string& string : strings) {
+    result.push_back(string.data());
+  }
+  result.push_back(nullptr);
+  return result;
+}
+
+}  // namespace
+
+pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> args,
+                       const Environment& environment, int stdinFD, int stdoutFD, int stderrFD) {
+  std::vector<std::string> argv{path};
+  argv.insert(argv.end(), args.begin(), args.end());
+  std::vector<std::string> envp;
+  envp.reserve(environment.size());
+  for (const auto& [key, value] : environment) {
+    envp.push_back(key + '=' + value);
+  }
+
+  FileActions actions;
+  posix_spawn_file_actions_adddup2(&actions.value, stdinFD, STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions.value, stdoutFD, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions.value, stderrFD, STDERR_FILENO);
+  SpawnAttributes attributes;
+  posix_spawnattr_setpgroup(&attributes.value, 0);
+  System::inheritOnlyStandardStreams(attributes.value, POSIX_SPAWN_SETPGROUP, actions.value);
+
+  pid_t pid = -1;
+  const int result = posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value,
+                                 pointers(argv).data(), pointers(envp).data());
+  if (result != 0) {
+    throw AgentError::posix("posix_spawn", result);
+  }
+  return pid;
+}
+
+}  // namespace tervain
