@@ -31,6 +31,10 @@ class Status : public testing::Test {
   Json readiness() { return ping()["readiness"]; }
   Json cursor() { return host_.ask(R"({"op":"cursor_position"})"); }
 
+  bool becomes(const Json& expected) {
+    return eventually([&] { return readiness() == expected; });
+  }
+
   static Json grants(bool accessibility, bool screen) {
     return {{"accessibility", accessibility}, {"screenRecording", screen}, {"postEvent", screen}};
   }
@@ -48,7 +52,8 @@ class Status : public testing::Test {
 };
 
 TEST_F(Status, FollowsADisplayThatComesAndGoes) {
-  EXPECT_EQ(readiness(), grants(true, false));
+  // The first look makes the session bus start the accessibility bus, which takes its time.
+  EXPECT_TRUE(becomes(grants(true, false)));
   EXPECT_EQ(ping()["displays"], Json::array());
   EXPECT_FALSE(cursor().value("ok", true));
   for (int life = 0; life < 2; ++life) {
@@ -92,7 +97,7 @@ TEST_F(Status, ListsMonitorsWithThePrimaryAsMain) {
 
 TEST_F(Status, DoesNotWaitForWhatHangs) {
   const auto x = startX();
-  ASSERT_EQ(readiness(), grants(true, true));
+  ASSERT_TRUE(becomes(grants(true, true)));
   const auto footprint = agent_.footprint();
   x->hang();
   for (int look = 0; look < 3; ++look) {
@@ -102,13 +107,13 @@ TEST_F(Status, DoesNotWaitForWhatHangs) {
     EXPECT_LT(test::Clock::now() - start, bounded);
   }
   x->resume();
-  EXPECT_TRUE(eventually([this] { return readiness() == grants(true, true); }));
+  EXPECT_TRUE(becomes(grants(true, true)));
   bus_.hang();
   const auto start = test::Clock::now();
   EXPECT_EQ(readiness(), grants(false, true));
   EXPECT_LT(test::Clock::now() - start, bounded);
   bus_.resume();
-  EXPECT_TRUE(eventually([this] { return readiness() == grants(true, true); }));
+  EXPECT_TRUE(becomes(grants(true, true)));
   // One connection to the X server more may be kept than before.
   EXPECT_TRUE(eventually([&] { return agent_.footprint().threads == footprint.threads; }));
   EXPECT_LE(agent_.footprint().descriptors, footprint.descriptors + 1);

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/SpawnGroupLeader.h"
 
 namespace fs = std::filesystem;
@@ -60,8 +61,20 @@ AgentProcess::AgentProcess(const Options& options) : socket_(dir_.path("agent.so
   std::vector<std::string> command{SERVE_UNIX_PATH, socket_};
   command.insert(command.end(), options.prefix.begin(), options.prefix.end());
   command.emplace_back(AGENT_PATH);
-  pid_ = spawn(command, cleanEnvironment(options.environment), dir_.path("log"));
-  // The socket exists before the agent does; a reply shows that the agent serves it.
+  start(command, cleanEnvironment(options.environment));
+}
+
+AgentProcess::AgentProcess(std::uint32_t vsockPort) : vsockPort_(vsockPort) {
+  Environment environment = cleanEnvironment({});
+  if (vsockPort != AgentWire::port) {
+    environment["TERVAIN_AGENT_PORT"] = std::to_string(vsockPort);
+  }
+  start({AGENT_PATH}, environment);
+}
+
+void AgentProcess::start(const std::vector<std::string>& command, const Environment& environment) {
+  pid_ = spawn(command, environment, dir_.path("log"));
+  // The socket may exist before the agent does; a reply shows that the agent serves it.
   connect().ask(R"({"op":"ping"})");
   eventually([this] { return log().find("host disconnected") != std::string::npos; });
 }

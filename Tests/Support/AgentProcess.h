@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -9,12 +10,13 @@
 
 #include "Support/Peer.h"
 #include "Support/TempDir.h"
+#include "VMAgentCore/Environment.h"
 
 namespace tervain::test {
 
-/// The real executable, serving a Unix socket that was handed over to it. Its environment is this
-/// process's without a display or buses, with the system shell for commands, and with what the
-/// test adds. It is ended, and waited for, with this object.
+/// The real executable, serving a Unix socket that was handed over to it, or a vsock port. Its
+/// environment is this process's without a display or buses, with the system shell for commands,
+/// and with what the test adds. It is ended, and waited for, with this object.
 class AgentProcess {
  public:
   /// How the executable is started: these words come before its path.
@@ -24,11 +26,17 @@ class AgentProcess {
   };
 
   explicit AgentProcess(const Options& options = {});
+
+  /// Lets it open its own listener, on a vsock port of a machine that has a vsock loopback.
+  explicit AgentProcess(std::uint32_t vsockPort);
+
   ~AgentProcess();
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;
 
-  [[nodiscard]] Peer connect() const { return Peer::connect(socket_); }
+  [[nodiscard]] Peer connect() const {
+    return vsockPort_ ? Peer::connect(*vsockPort_) : Peer::connect(socket_);
+  }
   [[nodiscard]] const std::string& socket() const { return socket_; }
   [[nodiscard]] pid_t pid() const { return pid_; }
 
@@ -43,7 +51,11 @@ class AgentProcess {
     std::size_t descriptors;
     std::size_t threads;
     std::size_t children;
-    bool operator==(const Footprint&) const = default;
+    /// Whether none of it is more than in `other`.
+    [[nodiscard]] bool within(const Footprint& other) const {
+      return descriptors <= other.descriptors && threads <= other.threads &&
+             children <= other.children;
+    }
   };
   [[nodiscard]] Footprint footprint() const;
 
@@ -51,8 +63,11 @@ class AgentProcess {
   [[nodiscard]] std::size_t residentBytes() const;
 
  private:
+  void start(const std::vector<std::string>& command, const Environment& environment);
+
   TempDir dir_;
   std::string socket_;
+  std::optional<std::uint32_t> vsockPort_;
   pid_t pid_ = -1;
 };
 

@@ -6,6 +6,7 @@
 
 #include <array>
 
+#include "CVsock/cvsock.h"
 #include "VMAgentCore/Base64.h"
 #include "VMAgentCore/IO.h"
 
@@ -20,6 +21,16 @@ Peer Peer::connect(const std::string& path) {
     socket.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
            0;
+  });
+  return Peer(std::move(socket));
+}
+
+Peer Peer::connect(std::uint32_t vsockPort) {
+  constexpr std::uint32_t thisMachine = 1;  // VMADDR_CID_LOCAL
+  UniqueFD socket;
+  eventually([&] {
+    socket.reset(tervain_vsock_connect(thisMachine, vsockPort));
+    return static_cast<bool>(socket);
   });
   return Peer(std::move(socket));
 }

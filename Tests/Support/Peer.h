@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +21,9 @@ class Peer {
 
   /// A connection to a listening Unix socket, retried while its queue is full.
   static Peer connect(const std::string& path);
+
+  /// A connection to a vsock port of this same machine, retried while its queue is full.
+  static Peer connect(std::uint32_t vsockPort);
 
   /// Sends bytes as they are. False when the agent has gone.
   bool send(std::string_view bytes) const;
