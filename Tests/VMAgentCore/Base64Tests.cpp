@@ -28,7 +28,8 @@ TEST(Base64, EncodesWithPaddingAndEscapedSlashes) {
 
 TEST(Base64, RoundTripsEveryLengthAroundItsBlocks) {
   std::mt19937 random(1);  // NOLINT(cert-msc*): the same bytes every time
-  for (std::size_t size = 0; size < 3100; size += size % 1536 < 8 || size % 1536 > 1528 ? 1 : 37) {
+  for (std::size_t size = 0; size < 3100;
+       size += size % 1536 < 8 || size % 1536 > 1528 ? 1U : 37U) {
     std::string bytes(size, '\0');
     for (char& byte : bytes) {
       byte = static_cast<char>(random());
