@@ -6,6 +6,7 @@
 
 #include "ScriptedPlatform/ScriptedLaunch.h"
 #include "Support/HandlerConnection.h"
+#include "Support/TempDir.h"
 #include "TervainVMAgent/Errands.h"
 
 namespace tervain {
