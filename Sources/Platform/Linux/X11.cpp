@@ -43,22 +43,21 @@ class Session::Pool {
 
   Connection take(Clock::time_point deadline) {
     std::unique_lock lock(mutex_);
-    for (bool triedMyself = false;;) {
+    for (;;) {
       if (Connection connection = takeIdle()) {
         return connection;
       }
-      if (triedMyself && !connecting_) {
+      const bool mine = !connecting_;
+      if (mine && !startConnecting()) {
         return nullptr;
-      }
-      if (!connecting_) {
-        triedMyself = startConnecting();
-        if (!triedMyself) {
-          return nullptr;
-        }
       }
       // An attempt that has outlived its time holds nobody up any longer.
       const auto limit = std::min(deadline, attemptStarted_ + lookLimit);
       if (!attemptEnded_.wait_until(lock, limit, [this] { return !connecting_; })) {
+        return nullptr;
+      }
+      // One that succeeded may have served somebody else: that is no reason to give up.
+      if ((mine && attemptFailed_) || Clock::now() >= deadline) {
         return nullptr;
       }
     }
@@ -116,6 +115,7 @@ class Session::Pool {
   void finishConnecting(Connection connection) {
     const std::lock_guard lock(mutex_);
     connecting_ = false;
+    attemptFailed_ = !connection;
     if (connection) {
       idle_.push_back(std::move(connection));
     }
@@ -126,6 +126,7 @@ class Session::Pool {
   std::condition_variable attemptEnded_;
   std::vector<Connection> idle_;
   bool connecting_ = false;
+  bool attemptFailed_ = false;
   Clock::time_point attemptStarted_;
 };
 
