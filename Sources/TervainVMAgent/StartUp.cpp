@@ -1,8 +1,5 @@
 #include "TervainVMAgent/StartUp.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
@@ -16,23 +13,12 @@
 #include "TervainVMAgent/AgentListener.h"
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/AgentWire.h"
+#include "VMAgentCore/IO.h"
 #include "VMAgentCore/Log.h"
 #include "VMAgentCore/System.h"
 
 namespace tervain {
 namespace {
-
-/// A descriptor opened later must never land on 0, 1 or 2: what is meant for a log or a terminal
-/// would go to a host.
-void occupyStandardDescriptors() {
-  int fd = 0;
-  do {
-    fd = open("/dev/null", O_RDWR);  // NOLINT(*-vararg): stays open on purpose where it fits
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) {
-    close(fd);
-  }
-}
 
 const char* text(bool value) {
   return value ? "true" : "false";

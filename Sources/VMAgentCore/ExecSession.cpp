@@ -168,15 +168,17 @@ class Pump {
       child_.signal(SIGKILL);
       return State::finished;
     }
-    if (entries[0].revents != 0 && !readHost()) {
-      child_.signal(SIGKILL);
-      return State::hostGone;
-    }
+    // Output first: a command whose output pipe is full reads no input, and to wait for it to do so
+    // with its output unread would lose the input.
     if (entries[1].revents != 0) {
       forward(streams_.out, wire::stdout_);
     }
     if (entries[2].revents != 0) {
       forward(streams_.err, wire::stderr_);
+    }
+    if (entries[0].revents != 0 && !readHost()) {
+      child_.signal(SIGKILL);
+      return State::hostGone;
     }
     return State::running;
   }

@@ -1,8 +1,11 @@
 #include "VMAgentCore/IO.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "VMAgentCore/AgentError.h"
 
 namespace tervain {
 
@@ -27,6 +30,24 @@ bool writeAll(int fd, std::string_view data) {
     data.remove_prefix(static_cast<std::size_t>(n));
   }
   return true;
+}
+
+void waitForEvents(std::span<pollfd> entries) {
+  while (poll(entries.data(), static_cast<nfds_t>(entries.size()), -1) < 0) {
+    if (errno != EINTR && errno != EAGAIN) {
+      throw AgentError::posix("poll", errno);
+    }
+  }
+}
+
+void occupyStandardDescriptors() {
+  int fd = 0;
+  do {
+    fd = open("/dev/null", O_RDWR);  // NOLINT(*-vararg): stays open on purpose where it fits
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) {
+    close(fd);
+  }
 }
 
 }  // namespace tervain

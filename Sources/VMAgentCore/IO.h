@@ -1,5 +1,6 @@
 #pragma once
 
+#include <poll.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -16,5 +17,13 @@ ssize_t readSome(int fd, std::span<char> buffer);
 
 /// Writes everything to a blocking descriptor, however long that takes. False when it can't.
 bool writeAll(int fd, std::string_view data);
+
+/// Polls without a time limit until an entry has an event, whatever signals arrive meanwhile.
+/// Throws AgentError.
+void waitForEvents(std::span<pollfd> entries);
+
+/// Opens /dev/null on whichever of the descriptors 0, 1 and 2 are closed: one opened later must
+/// never land there, or what is meant for a log or a terminal would go to the peer.
+void occupyStandardDescriptors();
 
 }  // namespace tervain

@@ -1,0 +1,93 @@
+// The core's inner loops, each beside the least that could do its job.
+
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "VMAgentCore/AgentWire.h"
+#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/ExecFrames.h"
+#include "VMAgentCore/IO.h"
+#include "VMAgentCore/Json.h"
+#include "VMAgentCore/LineSplitBuffer.h"
+
+namespace tervain {
+namespace {
+
+std::string sampleBytes() {
+  std::string bytes(readSize, '\0');
+  unsigned value = 1;
+  for (char& byte : bytes) {
+    value = value * 1'103'515'245 + 12'345;
+    byte = static_cast<char>(value >> 16U);
+  }
+  return bytes;
+}
+
+void countBytes(benchmark::State& state, std::size_t each) {
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(each));
+}
+
+/// The yardstick of all that touches a read's worth of bytes.
+void copyOfARead(benchmark::State& state) {
+  const std::string bytes = sampleBytes();
+  std::vector<char> copy(bytes.size());
+  for (auto _ : state) {
+    std::memcpy(copy.data(), bytes.data(), bytes.size());
+    benchmark::DoNotOptimize(copy.data());
+    benchmark::ClobberMemory();
+  }
+  countBytes(state, bytes.size());
+}
+BENCHMARK(copyOfARead);
+
+void outputFrameOfARead(benchmark::State& state) {
+  const std::string bytes = sampleBytes();
+  std::string frame;
+  for (auto _ : state) {
+    ExecFrames::output(frame, AgentWire::Exec::stdout_, bytes);
+    benchmark::DoNotOptimize(frame.data());
+  }
+  countBytes(state, bytes.size());
+}
+BENCHMARK(outputFrameOfARead);
+
+void decodingOfARead(benchmark::State& state) {
+  const std::string bytes = sampleBytes();
+  std::string json = "\"";
+  appendBase64(json, bytes);
+  const auto text = Json::parse(json + "\"").get<std::string>();
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(decodeBase64(text));
+  }
+  countBytes(state, bytes.size());
+}
+BENCHMARK(decodingOfARead);
+
+void linesOfPings(benchmark::State& state) {
+  std::string chunk;
+  while (chunk.size() + 14 <= readSize) {
+    chunk += "{\"op\":\"ping\"}\n";
+  }
+  LineSplitBuffer lines;
+  for (auto _ : state) {
+    lines.append(chunk);
+    while (const auto line = lines.next()) {
+      benchmark::DoNotOptimize(line->data());
+    }
+  }
+  countBytes(state, chunk.size());
+}
+BENCHMARK(linesOfPings);
+
+void requestParsed(benchmark::State& state) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(parseObject(R"({"op":"click","x":100,"y":200,"count":2})"));
+  }
+}
+BENCHMARK(requestParsed);
+
+}  // namespace
+}  // namespace tervain

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <poll.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VMAgentCore/Json.h"
+#include "VMAgentCore/LineSplitBuffer.h"
+#include "VMAgentCore/UniqueFD.h"
+
+namespace tervain {
+
+/// A host's connection to an agent: lines in both directions, and on top of them the exchange of a
+/// request for its reply. Whoever owns one has the process ignore SIGPIPE.
+class AgentConnection {
+ public:
+  /// Takes over a connected stream socket and makes it non-blocking.
+  explicit AgentConnection(UniqueFD socket);
+
+  /// Sends a request and waits for its one reply, of whatever size. Throws AgentError when the
+  /// request has strings that are not UTF-8, or when no reply comes that is an object.
+  Json request(const Json& object);
+
+  // What follows never waits. A loop that has more to watch than this connection polls
+  // `pollEntry()` along with the rest, hands the events to `advance()` and takes the lines.
+
+  /// Queues an object, or a line without its line feed, and sends what can be sent at once. An
+  /// object with strings that are not UTF-8 throws AgentError.
+  void send(const Json& object);
+  void sendLine(std::string_view line);
+
+  /// Whether some of what was queued is still waiting for the agent to read on.
+  [[nodiscard]] bool sending() const { return !unsent_.empty(); }
+
+  /// Whether the agent still takes what is sent. What it has sent itself before it closed the
+  /// connection can be read nonetheless.
+  [[nodiscard]] bool writable() const { return writable_; }
+
+  /// Whether everything has been received that ever will be. Lines may still be there to be taken.
+  [[nodiscard]] bool ended() const { return ended_; }
+
+  /// The next complete line from the agent. The view lives until the next `advance()`.
+  std::optional<std::string_view> nextLine() { return lines_.next(); }
+
+  /// What to poll for. After the end it is an entry that poll ignores.
+  [[nodiscard]] pollfd pollEntry() const;
+
+  /// Sends and receives what the events of a poll promise to go through without waiting.
+  void advance(short events);
+
+ private:
+  void flush();
+  void receive();
+
+  UniqueFD fd_;
+  std::string unsent_;
+  LineSplitBuffer lines_;
+  std::unique_ptr<char[]> buffer_;
+  bool writable_ = true;
+  bool ended_ = false;
+};
+
+}  // namespace tervain

@@ -1,0 +1,135 @@
+#include "VMAgentClient/RemoteCommand.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "VMAgentCore/AgentWire.h"
+#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/IO.h"
+
+namespace tervain {
+namespace {
+
+namespace wire = AgentWire::Exec;
+
+/// The frame that carries input, its line feed left out.
+std::string inputFrame(std::string_view bytes) {
+  std::string line = "{\"";
+  line.append(wire::tagKey).append("\":\"").append(wire::stdin_).append("\",\"");
+  line.append(wire::dataKey).append("\":\"");
+  appendBase64(line, bytes);
+  return line.append("\"}");
+}
+
+void pass(const Json& frame, const RemoteCommand::Output& output) {
+  const std::string* text = stringMember(frame, wire::dataKey);
+  if (const auto bytes = text ? decodeBase64(*text) : std::nullopt) {
+    output(*bytes);
+  }
+}
+
+}  // namespace
+
+RemoteCommand::RemoteCommand(AgentConnection connection, std::string_view command)
+    : connection_(std::move(connection)), buffer_(new char[inputChunk]) {
+  connection_.send(Json{{"op", wire::op}, {wire::commandKey, command}});
+}
+
+RemoteCommand::Result RemoteCommand::run(Streams streams) {
+  streams_ = std::move(streams);
+  if (streams_.input < 0) {
+    endInput();
+  }
+  for (;;) {
+    if (auto result = takeFrames()) {
+      return *std::move(result);
+    }
+    if (connection_.ended()) {
+      return ConnectionLost{};
+    }
+    wait();
+  }
+}
+
+void RemoteCommand::wait() {
+  // Input is read only when all that was read before is on its way: what can't be sent stays
+  // bounded by one frame, a signal never queues up behind more than that, and output is taken in
+  // all the while.
+  const bool wantsInput = connection_.writable() && !connection_.sending();
+  std::array<pollfd, 3> entries{{connection_.pollEntry(),
+                                 {streams_.signals, POLLIN, 0},
+                                 {wantsInput ? streams_.input : -1, POLLIN, 0}}};
+  waitForEvents(entries);
+  connection_.advance(entries[0].revents);
+  if (entries[1].revents != 0) {
+    forwardSignals();
+  }
+  if (entries[2].revents != 0) {
+    forwardInput();
+  }
+}
+
+void RemoteCommand::forwardSignals() {
+  std::array<char, 16> numbers{};
+  const ssize_t n = readSome(streams_.signals, numbers);
+  if (n <= 0) {
+    streams_.signals = -1;
+    return;
+  }
+  std::for_each(numbers.begin(), numbers.begin() + n, [this](char number) {
+    connection_.send(
+        Json{{wire::tagKey, wire::signal}, {wire::signalKey, static_cast<int>(number)}});
+  });
+}
+
+void RemoteCommand::forwardInput() {
+  const ssize_t n = readSome(streams_.input, {buffer_.get(), inputChunk});
+  if (n > 0) {
+    connection_.sendLine(inputFrame({buffer_.get(), static_cast<std::size_t>(n)}));
+  } else if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
+    endInput();
+  }
+}
+
+/// With a frame: closing our side of the socket would tell the agent that the host has gone.
+void RemoteCommand::endInput() {
+  streams_.input = -1;
+  connection_.send(Json{{wire::tagKey, wire::stdinEOF}});
+}
+
+std::optional<RemoteCommand::Result> RemoteCommand::takeFrames() {
+  while (const auto line = connection_.nextLine()) {
+    const std::optional<Json> frame = parseObject(*line);
+    if (!frame) {
+      continue;
+    }
+    if (auto result = take(*frame)) {
+      return result;
+    }
+  }
+  return std::nullopt;
+}
+
+/// Frames of kinds that are not known are left for later versions of the protocol to mean.
+std::optional<RemoteCommand::Result> RemoteCommand::take(const Json& frame) {
+  const std::string* tag = stringMember(frame, wire::tagKey);
+  if (!tag) {
+    // An agent that doesn't know the operation answers it like any other request.
+    const std::string* error = stringMember(frame, "error");
+    return error ? std::optional<Result>(Refused{*error}) : std::nullopt;
+  }
+  if (*tag == wire::stdout_) {
+    pass(frame, streams_.onOutput);
+  } else if (*tag == wire::stderr_) {
+    pass(frame, streams_.onError);
+  } else if (*tag == wire::exit) {
+    return Exited{static_cast<int>(integerMember(frame, wire::codeKey).value_or(-1))};
+  } else if (*tag == wire::spawnError) {
+    const std::string* message = stringMember(frame, wire::messageKey);
+    return Refused{message ? *message : "the agent gives no reason"};
+  }
+  return std::nullopt;
+}
+
+}  // namespace tervain

@@ -1,0 +1,68 @@
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
+#include "tervainctl/Commands.h"
+
+namespace tervain::ctl {
+namespace {
+
+std::string numberText(const Json& object, std::string_view key) {
+  const auto number = integerMember(object, key);
+  return number ? std::to_string(*number) : "?";
+}
+
+std::string displayLine(const Json& display) {
+  std::string line = "display " + numberText(display, "id") + ": " + numberText(display, "width") +
+                     "x" + numberText(display, "height");
+  return line.append(truthy(display, "main") ? " (main)\n" : "\n");
+}
+
+std::string grantLine(const Json& readiness, const char* label, std::string_view key) {
+  return std::string(label) + (truthy(readiness, key) ? ": granted\n" : ": not granted\n");
+}
+
+std::string describe(const Json& ping) {
+  std::string text = "agent protocol v" + numberText(ping, "version") + "\n";
+  const auto displays = ping.find("displays");
+  if (displays != ping.end() && displays->is_array()) {
+    for (const Json& display : *displays) {
+      text += display.is_object() ? displayLine(display) : "";
+    }
+  }
+  const auto readiness = ping.find("readiness");
+  if (readiness != ping.end() && readiness->is_object()) {
+    text += grantLine(*readiness, "accessibility", "accessibility");
+    text += grantLine(*readiness, "screen recording", "screenRecording");
+    text += grantLine(*readiness, "input synthesis", "postEvent");
+  }
+  return text;
+}
+
+}  // namespace
+
+Action declarePing(CLI::App& options) {
+  const auto raw = std::make_shared<bool>(false);
+  options.add_flag("--json", *raw, "Print the reply as it is");
+  return [raw](AgentConnection connection, const Words&) {
+    const auto reply = ask(connection, {{"op", "ping"}});
+    if (!reply) {
+      return failed;
+    }
+    print(*raw ? reply->dump() + "\n" : describe(*reply));
+    return 0;
+  };
+}
+
+Action declareCursor(CLI::App&) {
+  return [](AgentConnection connection, const Words&) {
+    const auto reply = ask(connection, {{"op", "cursor_position"}});
+    if (!reply) {
+      return failed;
+    }
+    print(numberText(*reply, "x") + " " + numberText(*reply, "y") + "\n");
+    return 0;
+  };
+}
+
+}  // namespace tervain::ctl
