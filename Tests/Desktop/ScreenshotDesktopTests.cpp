@@ -1,15 +1,14 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <turbojpeg.h>
 #include <xcb/xcb.h>
 
-#include <csignal>
+#include <atomic>
 #include <cstdlib>
+#include <thread>
 
 #include "Support/AgentProcess.h"
+#include "Support/Server.h"
 #include "VMAgentCore/Base64.h"
-#include "VMAgentCore/SpawnGroupLeader.h"
-#include "VMAgentCore/System.h"
 
 namespace tervain::test {
 namespace {
@@ -196,33 +195,25 @@ TEST(ScreenshotDesktop, EachMonitorIsADisplay) {
 /// An X server with options of its own.
 class PrivateServer {
  public:
-  explicit PrivateServer(const std::vector<std::string>& options) {
-    System::Pipe number = System::makePipe();
-    std::vector<std::string> arguments{"-displayfd", "1", "-nolisten", "tcp"};
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    pid_ = spawnGroupLeader("/usr/bin/Xvfb", arguments, processEnvironment(), STDIN_FILENO,
-                            number.writeEnd.get(), STDERR_FILENO);
-    number.writeEnd.reset();
-    display = Peer(std::move(number.readEnd)).readLine().value_or("").insert(0, ":");
-  }
-  ~PrivateServer() {
-    kill(pid_, SIGTERM);
-    waitpid(pid_, nullptr, 0);
-  }
-  PrivateServer(const PrivateServer&) = delete;
-  PrivateServer& operator=(const PrivateServer&) = delete;
+  explicit PrivateServer(const std::vector<std::string>& options) : server_(command(options)) {}
 
-  std::string display;
+  [[nodiscard]] std::string display() const { return ":" + server_.line(); }
 
  private:
-  pid_t pid_ = -1;
+  static std::vector<std::string> command(const std::vector<std::string>& options) {
+    std::vector<std::string> result{"/usr/bin/Xvfb", "-displayfd", "1", "-nolisten", "tcp"};
+    result.insert(result.end(), options.begin(), options.end());
+    return result;
+  }
+
+  Server server_;
 };
 
 TEST(ScreenshotDesktop, MakesDoWithoutExtensions) {
   const PrivateServer server(
       {"-screen", "0", "640x480x24", "-extension", "MIT-SHM", "-extension", "RANDR"});
-  const Painting painting(server.display);
-  const AgentProcess agent(onDisplay(server.display));
+  const Painting painting(server.display());
+  const AgentProcess agent(onDisplay(server.display()));
   const Json reply = agent.connect().ask(R"({"op":"screenshot"})");
   ASSERT_EQ(reply.value("ok", false), true) << reply.dump().substr(0, 200);
   const Picture picture = decode(reply);
@@ -232,7 +223,7 @@ TEST(ScreenshotDesktop, MakesDoWithoutExtensions) {
 
 TEST(ScreenshotDesktop, RefusesUnusualPixelsInWords) {
   const PrivateServer server({"-screen", "0", "640x480x16"});
-  const AgentProcess agent(onDisplay(server.display));
+  const AgentProcess agent(onDisplay(server.display()));
   EXPECT_EQ(agent.connect().ask(R"({"op":"screenshot"})")["error"],
             "ScreenCaptureKit capture failed: pictures of a screen with 16 bits per pixel in this "
             "format are not supported (the usual 24 are)");
@@ -240,11 +231,11 @@ TEST(ScreenshotDesktop, RefusesUnusualPixelsInWords) {
 
 TEST(ScreenshotDesktop, SurvivesServersThatComeAndGo) {
   auto server = std::make_unique<PrivateServer>(std::vector<std::string>{"-noreset"});
-  const AgentProcess agent(onDisplay(server->display));
+  const AgentProcess agent(onDisplay(server->display()));
   Peer host = agent.connect();
   const auto screenshot = [&host] { return host.ask(R"({"op":"screenshot"})"); };
   ASSERT_EQ(screenshot().value("ok", false), true);
-  const std::string display = server->display;
+  const std::string display = server->display();
   server.reset();
   EXPECT_EQ(screenshot().value("error", ""),
             "Screen Recording (kTCCServiceScreenCapture) is not granted to the agent"

@@ -177,14 +177,13 @@ std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Dead
   if (!x11) {
     return CaptureError{noServer};
   }
-  const auto monitors = X11::activeMonitors(*x11);
-  const auto screen = monitors ? X11::screenArea(*x11) : std::nullopt;
+  const auto screen = X11::lookAtScreen(*x11);
   if (!screen) {
     return CaptureError{"the X server does not tell its monitors"};
   }
   std::vector<ShareableDisplay> displays;
-  for (const X11::Monitor& monitor : *monitors) {
-    const X11::Area area = clip(monitor.area, *screen);
+  for (const X11::Monitor& monitor : screen->monitors) {
+    const X11::Area area = clip(monitor.area, screen->area);
     if (area.width > 0 && area.height > 0) {
       displays.push_back({std::make_shared<ShareableDisplay::Handle>(area),
                           {static_cast<double>(area.width), static_cast<double>(area.height)},

@@ -9,12 +9,12 @@ std::vector<Display> activeDisplays(std::size_t limit) {
   if (!x11) {
     return {};
   }
-  const auto monitors = X11::activeMonitors(*x11);
-  if (!monitors) {
+  const auto screen = X11::lookAtScreen(*x11);
+  if (!screen) {
     return {};
   }
   std::vector<Display> displays;
-  for (const X11::Monitor& monitor : *monitors) {
+  for (const X11::Monitor& monitor : screen->monitors) {
     if (displays.size() < limit) {
       displays.push_back({monitor.id, monitor.area.width, monitor.area.height, monitor.isMain});
     }

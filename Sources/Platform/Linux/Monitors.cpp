@@ -12,40 +12,37 @@ Monitor describe(const xcb_randr_monitor_info_t& monitor) {
       monitor.name, {monitor.x, monitor.y, monitor.width, monitor.height}, monitor.primary != 0};
 }
 
-}  // namespace
-
-std::optional<Area> screenArea(Session& x11) {
-  const auto geometry =
-      x11.await<xcb_get_geometry_reply_t>(xcb_get_geometry(x11.get(), x11.screen().root).sequence);
-  if (!geometry) {
-    return std::nullopt;
-  }
-  return Area{0, 0, geometry->width, geometry->height};
-}
-
-std::optional<std::vector<Monitor>> activeMonitors(Session& x11) {
-  std::vector<Monitor> result;
-  if (x11.has(xcb_randr_id)) {
-    const auto monitors = x11.await<xcb_randr_get_monitors_reply_t>(
-        xcb_randr_get_monitors(x11.get(), x11.screen().root, /*get_active=*/1).sequence);
-    if (!monitors) {
-      return std::nullopt;
-    }
-    for (auto monitor = xcb_randr_get_monitors_monitors_iterator(monitors.get()); monitor.rem > 0;
-         xcb_randr_monitor_info_next(&monitor)) {
-      result.push_back(describe(*monitor.data));
-    }
-  } else if (const auto screen = screenArea(x11)) {
-    result.push_back({0, *screen, true});
-  } else {
-    return std::nullopt;
+std::vector<Monitor> describeAll(const xcb_randr_get_monitors_reply_t& reply) {
+  std::vector<Monitor> monitors;
+  for (auto monitor = xcb_randr_get_monitors_monitors_iterator(&reply); monitor.rem > 0;
+       xcb_randr_monitor_info_next(&monitor)) {
+    monitors.push_back(describe(*monitor.data));
   }
   // Where no monitor is marked as primary, the first is what desktops treat as the main one.
   const auto isMain = [](const Monitor& monitor) { return monitor.isMain; };
-  if (!result.empty() && std::none_of(result.begin(), result.end(), isMain)) {
-    result.front().isMain = true;
+  if (!monitors.empty() && std::none_of(monitors.begin(), monitors.end(), isMain)) {
+    monitors.front().isMain = true;
   }
-  return result;
+  return monitors;
+}
+
+}  // namespace
+
+std::optional<Screen> lookAtScreen(Session& x11) {
+  const xcb_window_t root = x11.screen().root;
+  const bool hasMonitors = x11.has(xcb_randr_id);
+  // Both are asked for before either is waited for.
+  const unsigned geometryRequest = xcb_get_geometry(x11.get(), root).sequence;
+  const unsigned monitorsRequest =
+      hasMonitors ? xcb_randr_get_monitors(x11.get(), root, /*get_active=*/1).sequence : 0;
+  const auto geometry = x11.await<xcb_get_geometry_reply_t>(geometryRequest);
+  const auto monitors =
+      hasMonitors ? x11.await<xcb_randr_get_monitors_reply_t>(monitorsRequest) : nullptr;
+  if (!geometry || (hasMonitors && !monitors)) {
+    return std::nullopt;
+  }
+  const Area area{0, 0, geometry->width, geometry->height};
+  return Screen{area, monitors ? describeAll(*monitors) : std::vector{Monitor{0, area, true}}};
 }
 
 }  // namespace tervain::X11

@@ -22,11 +22,13 @@ struct Monitor {
   bool isMain;
 };
 
-/// The monitors that are in use, in the server's order; where the server has none, the screen as
-/// one monitor. Nothing when it does not answer.
-std::optional<std::vector<Monitor>> activeMonitors(Session& x11);
+struct Screen {
+  Area area;  ///< as it is now; the one in the connection's setup is as old as that
+  std::vector<Monitor> monitors;  ///< those in use, in the server's order
+};
 
-/// The size of the screen as it is now; the one in the connection's setup is as old as that.
-std::optional<Area> screenArea(Session& x11);
+/// Asks for the screen and its monitors. Where the server has no monitors, the screen is the one.
+/// Nothing when it does not answer.
+std::optional<Screen> lookAtScreen(Session& x11);
 
 }  // namespace tervain::X11
