@@ -49,9 +49,9 @@ class ConnectionHandler {
 
   // Ordinary operations.
   Reply opPing();
-  Reply opScreenshot(const Json& request);
+  [[nodiscard]] Reply opScreenshot(const Json& request) const;
   Reply opCursorPosition();
-  Reply opLaunchApp(const Json& request);
+  [[nodiscard]] Reply opLaunchApp(const Json& request) const;
 
   /// The reply to a "screenshot" of the display with an index. Any other index than that of a
   /// display means the first.

@@ -26,6 +26,7 @@ class Errands {
   static constexpr std::size_t maxRunning = 8;
 
   Errands() = default;
+  ~Errands() = default;
   Errands(const Errands&) = delete;
   Errands& operator=(const Errands&) = delete;
 

@@ -81,7 +81,7 @@ Reply openNamed(const std::string& name) {
 
 }  // namespace
 
-Reply ConnectionHandler::opLaunchApp(const Json& request) {
+Reply ConnectionHandler::opLaunchApp(const Json& request) const {
   const std::string* name = stringMember(request, "name");
   if (!name || name->empty()) {
     return Reply::failure("launch_app requires a non-empty \"name\"");

@@ -77,7 +77,7 @@ Reply ConnectionHandler::captureDisplay(std::int64_t index, Deadline deadline) t
   return captureFailed(error.what());
 }
 
-Reply ConnectionHandler::opScreenshot(const Json& request) try {
+Reply ConnectionHandler::opScreenshot(const Json& request) const try {
   if (!Platform::screenRecordingGranted()) {
     return Reply::failure(notGranted);
   }

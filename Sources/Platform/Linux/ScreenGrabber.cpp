@@ -54,7 +54,7 @@ bool hasUsualPixels(const Session& x11) {
   const auto order = std::endian::native == std::endian::little ? XCB_IMAGE_ORDER_LSB_FIRST
                                                                 : XCB_IMAGE_ORDER_MSB_FIRST;
   return setup.image_byte_order == order && bitsPerPixel(setup, screen.root_depth) == 32 &&
-         visual && visual->red_mask == 0xFF0000 && visual->green_mask == 0xFF00 &&
+         visual != nullptr && visual->red_mask == 0xFF0000 && visual->green_mask == 0xFF00 &&
          visual->blue_mask == 0xFF;
 }
 
@@ -102,9 +102,9 @@ void drawPointer(const xcb_xfixes_get_cursor_image_reply_t& pointer, const Area&
   const int right = std::min<int>(left + pointer.width, area.width);
   const int bottom = std::min<int>(top + pointer.height, area.height);
   for (int y = std::max(top, 0); y < bottom; ++y) {
+    std::uint32_t* const row = picture + std::ptrdiff_t{y} * area.width;
     for (int x = std::max(left, 0); x < right; ++x) {
-      std::uint32_t& pixel = picture[y * area.width + x];
-      pixel = over(pixel, pixels[(y - top) * pointer.width + (x - left)]);
+      row[x] = over(row[x], pixels[(y - top) * pointer.width + (x - left)]);
     }
   }
 }

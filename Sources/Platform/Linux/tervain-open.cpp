@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -64,7 +65,7 @@ constexpr auto spawnFlags = static_cast<GSpawnFlags>(
 /// must not reach it.
 void detach(void* /*unused*/) {
   setsid();
-  std::signal(SIGPIPE, SIG_DFL);  // the bus library ignores it
+  static_cast<void>(std::signal(SIGPIPE, SIG_DFL));  // the bus library ignores it
 }
 
 /// For comparing names regardless of case.
@@ -100,7 +101,7 @@ int score(GDesktopAppInfo* entry, const std::string& name) {
   if (id == name) {
     return 6;
   }
-  if (!g_app_info_should_show(asApp(entry))) {
+  if (g_app_info_should_show(asApp(entry)) == 0) {
     return 0;
   }
   const std::string localised = folded(g_app_info_get_name(asApp(entry)));
@@ -112,7 +113,7 @@ int score(GDesktopAppInfo* entry, const std::string& name) {
     return 4;
   }
   const char* const program = g_app_info_get_executable(asApp(entry));
-  if (program && folded(std::filesystem::path(program).filename().c_str()) == name) {
+  if (program != nullptr && folded(std::filesystem::path(program).filename().c_str()) == name) {
     return 3;
   }
   if (entryString(entry, "StartupWMClass") == name) {
@@ -167,9 +168,9 @@ Outcome activate(GDBusConnection* bus, const std::string& id) {
 /// Whether there is one of the terminals that an entry without a window can be opened in. Without
 /// one the launch would seem to work.
 bool hasTerminal() {
-  constexpr const char* terminals[] = {
-      "xdg-terminal-exec", "kgx",    "gnome-terminal", "mate-terminal", "xfce4-terminal", "tilix",
-      "konsole",           "nxterm", "color-xterm",    "rxvt",          "dtterm",         "xterm"};
+  constexpr std::array terminals{"xdg-terminal-exec", "kgx",   "gnome-terminal", "mate-terminal",
+                                 "xfce4-terminal",    "tilix", "konsole",        "nxterm",
+                                 "color-xterm",       "rxvt",  "dtterm",         "xterm"};
   return std::any_of(std::begin(terminals), std::end(terminals), [](const char* terminal) {
     return Owned<char>(g_find_program_in_path(terminal)) != nullptr;
   });
@@ -177,12 +178,13 @@ bool hasTerminal() {
 
 Outcome openEntry(GDesktopAppInfo* entry) {
   const std::string id = idOf(entry);
-  if (g_desktop_app_info_get_boolean(entry, "DBusActivatable") && g_dbus_is_name(id.c_str()) != 0) {
+  if (g_desktop_app_info_get_boolean(entry, "DBusActivatable") != 0 &&
+      g_dbus_is_name(id.c_str()) != 0) {
     if (const Owned<GDBusConnection> bus{g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr)}) {
       return activate(bus.get(), id);
     }
   }
-  if (g_desktop_app_info_get_boolean(entry, "Terminal") && !hasTerminal()) {
+  if (g_desktop_app_info_get_boolean(entry, "Terminal") != 0 && !hasTerminal()) {
     return failed("it runs in a terminal, and no terminal application is installed");
   }
   GError* error = nullptr;
@@ -207,10 +209,10 @@ Outcome openBundle(const std::filesystem::path& bundle) {
   for (const auto& program : {bundle, bundle / bundle.stem(), bundle / "AppRun"}) {
     if (isProgram(program)) {
       std::string path = program.string();
-      char* command[] = {path.data(), nullptr};
+      std::array<char*, 2> command{path.data(), nullptr};
       GError* error = nullptr;
-      const bool opened = g_spawn_async(nullptr, command, nullptr, spawnFlags, detach, nullptr,
-                                        nullptr, &error) != 0;
+      const bool opened = g_spawn_async(nullptr, command.data(), nullptr, spawnFlags, detach,
+                                        nullptr, nullptr, &error) != 0;
       return outcomeOf(opened, error);
     }
   }
@@ -220,7 +222,7 @@ Outcome openBundle(const std::filesystem::path& bundle) {
 int run(int argc, char** argv) {
   const bool named = argc == 3 && std::string_view(argv[1]) == "-a";
   if (!named && argc != 2) {
-    std::fputs("usage: tervain-open -a NAME | BUNDLE\n", stderr);
+    static_cast<void>(std::fputs("usage: tervain-open -a NAME | BUNDLE\n", stderr));
     return static_cast<int>(OpenStatus::failed);
   }
   // Whoever waits for our words waits for the end of this: nothing that we start may keep it.
@@ -228,8 +230,8 @@ int run(int argc, char** argv) {
   dup2(STDERR_FILENO, STDOUT_FILENO);
   const Outcome outcome = named ? openNamed(argv[2]) : openBundle(argv[1]);
   if (words) {
-    std::fputs(outcome.why.c_str(), words);
-    std::fclose(words);
+    static_cast<void>(std::fputs(outcome.why.c_str(), words));
+    static_cast<void>(std::fclose(words));
   }
   return static_cast<int>(outcome.status);
 }
