@@ -8,9 +8,11 @@
 #include <vector>
 
 #include "Platform/Geometry.h"
+#include "VMAgentCore/ResultBox.h"
 
-/// Pictures of the screen. The calls block for as long as the system's capture service takes, which
-/// may be for good: they belong on a thread that nobody depends on.
+/// Pictures of the screen. The calls give up at their deadline where the system lets them, but a
+/// capture service that hangs may hold them for good: they belong on a thread that nobody depends
+/// on.
 namespace tervain::Platform {
 
 /// Why the capture service failed, in the system's words.
@@ -27,7 +29,8 @@ struct ShareableDisplay {
   float pointPixelScale;  ///< pixels per point
 };
 
-std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays();
+/// The displays that are in use, in the system's order.
+std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Deadline deadline);
 
 /// A captured picture. Copies share the pixels.
 struct Image {
@@ -38,9 +41,10 @@ struct Image {
   std::size_t height;
 };
 
-/// Captures a whole display with the pointer drawn in, scaled to a size in pixels.
+/// Captures a whole display with the pointer drawn in, in the size in pixels that is asked for or
+/// as near to it as the system comes: the image tells.
 std::variant<Image, CaptureError> captureImage(const ShareableDisplay& display, std::size_t width,
-                                               std::size_t height);
+                                               std::size_t height, Deadline deadline);
 
 /// The picture as JPEG, `quality` being 0 to 1. Nothing when it can't be encoded.
 std::optional<std::string> encodeJPEG(const Image& image, double quality);

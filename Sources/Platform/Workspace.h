@@ -6,6 +6,8 @@
 #include <string>
 #include <variant>
 
+#include "VMAgentCore/ResultBox.h"
+
 /// The applications of the desktop.
 namespace tervain::Platform {
 
@@ -20,9 +22,10 @@ struct LaunchError {
   std::string description;
 };
 
-/// Opens the application bundle at a path and waits for the system's word on it. It may block for
-/// good, so it belongs on a thread that nobody depends on. Nothing when it worked.
-std::optional<LaunchError> openApplicationAt(const std::string& path);
+/// Opens the application bundle at a path and waits for the system's word on it. Nothing when it
+/// worked, or when there is no word by the deadline. A service that hangs may hold the call longer,
+/// or for good, so it belongs on a thread that nobody depends on.
+std::optional<LaunchError> openApplicationAt(const std::string& path, Deadline deadline);
 
 /// Has the system find an application by name and open it, as `open -a` does. Gives that command's
 /// exit status, 0 when it worked, or why it could not even be tried.

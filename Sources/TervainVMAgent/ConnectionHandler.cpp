@@ -24,8 +24,12 @@ struct ConnectionHandler::Operation {
 /// Every ordinary operation. "exec" and "shell-events" write their own replies and are not here.
 const ConnectionHandler::Operation ConnectionHandler::operations[] = {
     {"ping", [](ConnectionHandler& handler, const Json&) { return handler.opPing(); }},
+    {"screenshot",
+     [](ConnectionHandler& handler, const Json& request) { return handler.opScreenshot(request); }},
     {"cursor_position",
      [](ConnectionHandler& handler, const Json&) { return handler.opCursorPosition(); }},
+    {"launch_app",
+     [](ConnectionHandler& handler, const Json& request) { return handler.opLaunchApp(request); }},
 };
 
 void logConnected(int fd) {

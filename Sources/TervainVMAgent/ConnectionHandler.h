@@ -1,12 +1,15 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "TervainVMAgent/OperationSettings.h"
 #include "TervainVMAgent/Reply.h"
 #include "VMAgentCore/Json.h"
 #include "VMAgentCore/LineSplitBuffer.h"
+#include "VMAgentCore/ResultBox.h"
 #include "VMAgentCore/UniqueFD.h"
 
 namespace tervain {
@@ -16,7 +19,8 @@ namespace tervain {
 /// failures in its reply and throws nothing across the request boundary.
 class ConnectionHandler {
  public:
-  explicit ConnectionHandler(UniqueFD socket) : fd_(std::move(socket)) {}
+  explicit ConnectionHandler(UniqueFD socket, const OperationSettings& settings = {})
+      : fd_(std::move(socket)), settings_(settings) {}
   ConnectionHandler(const ConnectionHandler&) = delete;
   ConnectionHandler& operator=(const ConnectionHandler&) = delete;
 
@@ -45,12 +49,19 @@ class ConnectionHandler {
 
   // Ordinary operations.
   Reply opPing();
+  [[nodiscard]] Reply opScreenshot(const Json& request) const;
   Reply opCursorPosition();
+  [[nodiscard]] Reply opLaunchApp(const Json& request) const;
+
+  /// The reply to a "screenshot" of the display with an index. Any other index than that of a
+  /// display means the first.
+  static Reply captureDisplay(std::int64_t index, Deadline deadline);
 
   struct Operation;
   static const Operation operations[];
 
   UniqueFD fd_;
+  OperationSettings settings_;
   LineSplitBuffer lines_;
 };
 

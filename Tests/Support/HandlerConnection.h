@@ -13,7 +13,8 @@ namespace tervain::test {
 /// A connection handler at work on a thread of its own, and the host's end of its connection.
 class HandlerConnection {
  public:
-  HandlerConnection() : HandlerConnection(makePair()) {}
+  explicit HandlerConnection(const OperationSettings& settings = {})
+      : HandlerConnection(makePair(), settings) {}
   ~HandlerConnection() {
     host.close();
     thread_.join();
@@ -35,9 +36,9 @@ class HandlerConnection {
     return {UniqueFD(ends[0]), UniqueFD(ends[1])};
   }
 
-  explicit HandlerConnection(Pair pair)
-      : host(std::move(pair.host)), thread_([agent = std::move(pair.agent)]() mutable {
-          ConnectionHandler(std::move(agent)).run();
+  HandlerConnection(Pair pair, const OperationSettings& settings)
+      : host(std::move(pair.host)), thread_([agent = std::move(pair.agent), settings]() mutable {
+          ConnectionHandler(std::move(agent), settings).run();
         }) {}
 
   std::thread thread_;

@@ -2,7 +2,9 @@
 
 #include <poll.h>
 #include <xcb/randr.h>
+#include <xcb/shm.h>
 #include <xcb/xcbext.h>
+#include <xcb/xfixes.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -12,6 +14,19 @@
 #include <vector>
 
 namespace tervain::X11 {
+namespace {
+
+/// The extensions that sessions use.
+xcb_extension_t* const extensionsInUse[] = {&xcb_randr_id, &xcb_shm_id, &xcb_xfixes_id};
+
+/// Throws away what has arrived. False when the server has gone.
+bool drain(xcb_connection_t* connection) {
+  while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection)}) {
+  }
+  return xcb_connection_has_error(connection) == 0;
+}
+
+}  // namespace
 
 /// The connections that nobody uses at the moment, and the making of new ones.
 ///
@@ -31,22 +46,21 @@ class Session::Pool {
       return nullptr;
     }
     std::unique_lock lock(mutex_);
-    for (bool triedMyself = false;;) {
+    for (;;) {
       if (Connection connection = takeIdle()) {
         return connection;
       }
-      if (triedMyself && !connecting_) {
+      const bool mine = !connecting_;
+      if (mine && !startConnecting()) {
         return nullptr;
-      }
-      if (!connecting_) {
-        triedMyself = startConnecting();
-        if (!triedMyself) {
-          return nullptr;
-        }
       }
       // An attempt that has outlived its time holds nobody up any longer.
       const auto limit = std::min(deadline, attemptStarted_ + lookLimit);
       if (!attemptEnded_.wait_until(lock, limit, [this] { return !connecting_; })) {
+        return nullptr;
+      }
+      // One that succeeded may have served somebody else: that is no reason to give up.
+      if ((mine && attemptFailed_) || Clock::now() >= deadline) {
         return nullptr;
       }
     }
@@ -67,9 +81,7 @@ class Session::Pool {
     while (!idle_.empty()) {
       Connection connection = std::move(idle_.back());
       idle_.pop_back();
-      while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection.get())}) {
-      }
-      if (xcb_connection_has_error(connection.get()) == 0) {
+      if (drain(connection.get())) {
         return connection;
       }
     }
@@ -94,14 +106,19 @@ class Session::Pool {
     if (xcb_connection_has_error(connection.get()) != 0) {
       return nullptr;
     }
-    const Reply<xcb_randr_query_version_reply_t> version(xcb_randr_query_version_reply(
-        connection.get(), xcb_randr_query_version(connection.get(), 1, 5), nullptr));
+    for (xcb_extension_t* const extension : extensionsInUse) {
+      xcb_prefetch_extension_data(connection.get(), extension);
+    }
+    for (xcb_extension_t* const extension : extensionsInUse) {
+      xcb_get_extension_data(connection.get(), extension);
+    }
     return connection;
   }
 
   void finishConnecting(Connection connection) {
     const std::lock_guard lock(mutex_);
     connecting_ = false;
+    attemptFailed_ = !connection;
     if (connection) {
       idle_.push_back(std::move(connection));
     }
@@ -112,6 +129,7 @@ class Session::Pool {
   std::condition_variable attemptEnded_;
   std::vector<Connection> idle_;
   bool connecting_ = false;
+  bool attemptFailed_ = false;
   Clock::time_point attemptStarted_;
 };
 
@@ -127,9 +145,23 @@ Session::Session(Connection connection, Clock::time_point deadline)
     : connection_(std::move(connection)), deadline_(deadline) {}
 
 Session::~Session() {
-  if (connection_ && xcb_connection_has_error(connection_.get()) == 0) {
+  if (alive()) {
     Pool::shared().giveBack(std::move(connection_));
   }
+}
+
+bool Session::renew(Clock::time_point deadline) {
+  deadline_ = deadline;
+  return connection_ && drain(connection_.get());
+}
+
+bool Session::alive() const {
+  return connection_ && xcb_connection_has_error(connection_.get()) == 0;
+}
+
+bool Session::has(xcb_extension_t& extension) const {
+  const auto* const data = xcb_get_extension_data(connection_.get(), &extension);
+  return data && data->present != 0;
 }
 
 const xcb_screen_t& Session::screen() const {

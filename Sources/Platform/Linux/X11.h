@@ -36,6 +36,17 @@ class Session {
   Session& operator=(const Session&) = delete;
   ~Session();
 
+  /// Makes a session that was kept unused ready for another use: throws away what has arrived
+  /// since, and waits by the new deadline from now on. False when the server has gone.
+  bool renew(Clock::time_point deadline);
+
+  /// Whether the server is still there, and has answered in time so far.
+  [[nodiscard]] bool alive() const;
+
+  /// Whether the server has an extension. It must be among those that connecting asks for, or this
+  /// waits without a time limit.
+  [[nodiscard]] bool has(xcb_extension_t& extension) const;
+
   [[nodiscard]] xcb_connection_t* get() const { return connection_.get(); }
 
   /// The first screen.

@@ -1,0 +1,278 @@
+#include <gtest/gtest.h>
+#include <turbojpeg.h>
+#include <xcb/xcb.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+
+#include "Support/AgentProcess.h"
+#include "Support/Server.h"
+#include "VMAgentCore/Base64.h"
+
+namespace tervain::test {
+namespace {
+
+constexpr std::uint32_t red = 0xE02020;
+constexpr std::uint32_t green = 0x20C040;
+constexpr std::uint32_t blue = 0x2040E0;
+constexpr std::uint32_t white = 0xFFFFFF;
+
+/// A window over the whole screen, its left half red, its right half green, with a blue pointer
+/// that is a square of 16 pixels, its hot spot at (4, 4).
+class Painting {
+ public:
+  explicit Painting(const std::string& display) : x11_(xcb_connect(display.c_str(), nullptr)) {
+    screen_ = xcb_setup_roots_iterator(xcb_get_setup(x11_)).data;
+    const std::uint32_t values[] = {1, makePointer()};
+    xcb_create_window(x11_, XCB_COPY_FROM_PARENT, window_, screen_->root, 0, 0, width(), height(),
+                      0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                      XCB_CW_OVERRIDE_REDIRECT | XCB_CW_CURSOR, values);
+    xcb_map_window(x11_, window_);
+    xcb_create_gc(x11_, gc_, window_, 0, nullptr);
+    const auto half = static_cast<std::uint16_t>(width() / 2);
+    fill(red, {0, 0, half, height()});
+    fill(green, {static_cast<std::int16_t>(half), 0, half, height()});
+    pointTo(0, 0);
+  }
+  ~Painting() { xcb_disconnect(x11_); }
+  Painting(const Painting&) = delete;
+  Painting& operator=(const Painting&) = delete;
+
+  void pointTo(int x, int y) {
+    xcb_warp_pointer(x11_, XCB_NONE, screen_->root, 0, 0, 0, 0, static_cast<std::int16_t>(x),
+                     static_cast<std::int16_t>(y));
+    std::free(xcb_get_input_focus_reply(x11_, xcb_get_input_focus(x11_), nullptr));
+  }
+
+  [[nodiscard]] std::uint16_t width() const { return screen_->width_in_pixels; }
+  [[nodiscard]] std::uint16_t height() const { return screen_->height_in_pixels; }
+
+ private:
+  void fill(std::uint32_t colour, const xcb_rectangle_t& area) {
+    xcb_change_gc(x11_, gc_, XCB_GC_FOREGROUND, &colour);
+    xcb_poly_fill_rectangle(x11_, window_, gc_, 1, &area);
+  }
+
+  xcb_cursor_t makePointer() {
+    const xcb_pixmap_t all = xcb_generate_id(x11_);
+    xcb_create_pixmap(x11_, 1, all, screen_->root, 16, 16);
+    const xcb_gcontext_t gc = xcb_generate_id(x11_);
+    const std::uint32_t one = 1;
+    xcb_create_gc(x11_, gc, all, XCB_GC_FOREGROUND, &one);
+    const xcb_rectangle_t square{0, 0, 16, 16};
+    xcb_poly_fill_rectangle(x11_, all, gc, 1, &square);
+    const xcb_cursor_t cursor = xcb_generate_id(x11_);
+    xcb_create_cursor(x11_, cursor, all, all, 0x2020, 0x4040, 0xE0E0, 0, 0, 0, 4, 4);
+    return cursor;
+  }
+
+  xcb_connection_t* x11_;
+  xcb_screen_t* screen_ = nullptr;
+  xcb_window_t window_ = xcb_generate_id(x11_);
+  xcb_gcontext_t gc_ = xcb_generate_id(x11_);
+};
+
+/// A decoded screenshot.
+struct Picture {
+  int width = 0;
+  int height = 0;
+  std::vector<unsigned char> rgb;
+
+  /// How far the colour of a pixel is from another, in the worst of its parts.
+  [[nodiscard]] int distance(int x, int y, std::uint32_t colour) const {
+    const unsigned char* const pixel = &rgb.at(static_cast<std::size_t>(3 * (y * width + x)));
+    int worst = 0;
+    for (int part = 0; part < 3; ++part) {
+      const int wanted = static_cast<int>(colour >> (16 - 8 * part) & 0xFFU);
+      worst = std::max(worst, std::abs(pixel[part] - wanted));
+    }
+    return worst;
+  }
+};
+
+Picture decode(const Json& reply) {
+  Picture picture;
+  const auto jpeg = decodeBase64(reply.at("image").get<std::string>());
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(jpeg->data());
+  const tjhandle decoder = tjInitDecompress();
+  int subsampling = 0;
+  int space = 0;
+  tjDecompressHeader3(decoder, bytes, jpeg->size(), &picture.width, &picture.height, &subsampling,
+                      &space);
+  EXPECT_EQ(subsampling, TJSAMP_420);
+  picture.rgb.resize(static_cast<std::size_t>(3 * picture.width * picture.height));
+  EXPECT_EQ(tjDecompress2(decoder, bytes, jpeg->size(), picture.rgb.data(), picture.width, 0,
+                          picture.height, TJPF_RGB, 0),
+            0);
+  tjDestroy(decoder);
+  return picture;
+}
+
+AgentProcess::Options onDisplay(const std::string& display) {
+  return {{{"DISPLAY", display}}, {}};
+}
+
+std::string ownDisplay() {
+  const char* const display = std::getenv("DISPLAY");
+  return display ? display : "";
+}
+
+/// What a compressed colour may differ from the one that was painted.
+constexpr int near = 12;
+
+/// Whether a picture shows a part of the painting that begins at `left`.
+void expectPainting(const Picture& picture, int left, int middle) {
+  for (const int x : {20, picture.width / 2 - 4, picture.width / 2 + 4, picture.width - 20}) {
+    for (const int y : {20, picture.height / 2, picture.height - 20}) {
+      EXPECT_LE(picture.distance(x, y, left + x < middle ? red : green), near) << x << ", " << y;
+    }
+  }
+}
+
+TEST(ScreenshotDesktop, ShowsTheScreenWithThePointer) {
+  Painting painting(ownDisplay());
+  const AgentProcess agent(onDisplay(ownDisplay()));
+  Peer host = agent.connect();
+  for (const auto& [x, y] : {std::pair(600, 300), {1500, 1000}, {painting.width() - 1, 2}}) {
+    painting.pointTo(x, y);
+    const Json reply = host.ask(R"({"op":"screenshot"})");
+    ASSERT_EQ(reply.value("ok", false), true) << reply.dump().substr(0, 200);
+    EXPECT_EQ(reply.size(), 6U);
+    EXPECT_EQ(reply["format"], "jpeg");
+    EXPECT_EQ(reply["scale"], 1.0);
+    EXPECT_TRUE(reply["scale"].is_number_float());
+    const Picture picture = decode(reply);
+    EXPECT_EQ(reply["width"], painting.width());
+    EXPECT_EQ(picture.width, painting.width());
+    EXPECT_EQ(reply["height"], painting.height());
+    EXPECT_EQ(picture.height, painting.height());
+    expectPainting(picture, 0, painting.width() / 2);
+    // A pointer at the edge is cut off there, and its hot spot is where it points to.
+    const std::uint32_t around = x < painting.width() / 2 ? red : green;
+    EXPECT_LE(picture.distance(std::min(x + 3, picture.width - 1), y + 3, blue), 4 * near);
+    EXPECT_LE(picture.distance(x - 24, y + 3, around), near);
+    EXPECT_LE(picture.distance(x - 1, y + 30, around), near);
+  }
+}
+
+TEST(ScreenshotDesktop, EachMonitorIsADisplay) {
+  const std::map<std::string, std::string> environment = {{"DISPLAY", ownDisplay()}};
+  const auto xrandr = [&](const std::vector<std::string>& arguments) {
+    std::vector<std::string> command{"/usr/bin/xrandr"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const Ended ended = runToEnd(command, environment);
+    ASSERT_EQ(ended.status, 0) << ended.err;
+  };
+  Painting painting(ownDisplay());
+  painting.pointTo(1000, 500);
+  // The second reaches beyond the screen, as monitors may.
+  xrandr({"--setmonitor", "left", "640/100x1080/100+0+0", "screen"});
+  xrandr({"--setmonitor", "right", "1400/100x1080/100+640+0", "none"});
+  const AgentProcess agent(onDisplay(ownDisplay()));
+  Peer host = agent.connect();
+  const Json displays = host.ask(R"({"op":"ping"})")["displays"];
+  ASSERT_EQ(displays.size(), 2U);
+  const int rightIndex = displays[0]["width"] == 640 ? 1 : 0;
+  const struct {
+    std::string display;
+    bool right;
+  } cases[] = {{"0", rightIndex == 0},  {"1", rightIndex == 1},   {"2", rightIndex == 0},
+               {"-1", rightIndex == 0}, {"1.5", rightIndex == 0}, {"\"1\"", rightIndex == 0}};
+  for (const auto& c : cases) {
+    const Json reply = host.ask(R"({"op":"screenshot","display":)" + c.display + "}");
+    const Picture picture = decode(reply);
+    EXPECT_EQ(picture.width, c.right ? 1280 : 640) << c.display;
+    expectPainting(picture, c.right ? 640 : 0, painting.width() / 2);
+    if (c.right) {
+      EXPECT_LE(picture.distance(1000 - 640 + 3, 503, blue), 4 * near);
+    }
+  }
+  xrandr({"--delmonitor", "left"});
+  xrandr({"--delmonitor", "right"});
+}
+
+/// An X server with options of its own.
+class PrivateServer {
+ public:
+  explicit PrivateServer(const std::vector<std::string>& options) : server_(command(options)) {}
+
+  [[nodiscard]] std::string display() const { return ":" + server_.line(); }
+
+ private:
+  static std::vector<std::string> command(const std::vector<std::string>& options) {
+    std::vector<std::string> result{"/usr/bin/Xvfb", "-displayfd", "1", "-nolisten", "tcp"};
+    result.insert(result.end(), options.begin(), options.end());
+    return result;
+  }
+
+  Server server_;
+};
+
+TEST(ScreenshotDesktop, MakesDoWithoutExtensions) {
+  const PrivateServer server(
+      {"-screen", "0", "640x480x24", "-extension", "MIT-SHM", "-extension", "RANDR"});
+  const Painting painting(server.display());
+  const AgentProcess agent(onDisplay(server.display()));
+  const Json reply = agent.connect().ask(R"({"op":"screenshot"})");
+  ASSERT_EQ(reply.value("ok", false), true) << reply.dump().substr(0, 200);
+  const Picture picture = decode(reply);
+  EXPECT_EQ(picture.width, 640);
+  expectPainting(picture, 0, 320);
+}
+
+TEST(ScreenshotDesktop, RefusesUnusualPixelsInWords) {
+  const PrivateServer server({"-screen", "0", "640x480x16"});
+  const AgentProcess agent(onDisplay(server.display()));
+  EXPECT_EQ(agent.connect().ask(R"({"op":"screenshot"})")["error"],
+            "ScreenCaptureKit capture failed: pictures of a screen with 16 bits per pixel in this "
+            "format are not supported (the usual 24 are)");
+}
+
+TEST(ScreenshotDesktop, SurvivesServersThatComeAndGo) {
+  auto server = std::make_unique<PrivateServer>(std::vector<std::string>{"-noreset"});
+  const AgentProcess agent(onDisplay(server->display()));
+  Peer host = agent.connect();
+  const auto screenshot = [&host] { return host.ask(R"({"op":"screenshot"})"); };
+  ASSERT_EQ(screenshot().value("ok", false), true);
+  const std::string display = server->display();
+  server.reset();
+  EXPECT_EQ(screenshot().value("error", ""),
+            "Screen Recording (kTCCServiceScreenCapture) is not granted to the agent"
+            " — re-run provisioning");
+  server = std::make_unique<PrivateServer>(std::vector<std::string>{display, "-noreset"});
+  EXPECT_TRUE(eventually([&] { return screenshot().value("ok", false); }));
+}
+
+TEST(ScreenshotDesktop, ManyAtOnceLeaveNothingBehind) {
+  const AgentProcess agent(onDisplay(ownDisplay()));
+  agent.connect().ask(R"({"op":"screenshot"})");
+  const auto before = agent.footprint();
+  std::vector<std::thread> hosts;
+  std::atomic<int> succeeded = 0;
+  for (int i = 0; i < 12; ++i) {
+    hosts.emplace_back([&] {
+      Peer host = agent.connect();
+      for (int n = 0; n < 5; ++n) {
+        const Json reply = host.ask(R"({"op":"screenshot"})");
+        succeeded += reply.value("ok", false) ? 1 : 0;
+        EXPECT_EQ(reply.value("error", ""), "");
+      }
+    });
+  }
+  for (std::thread& host : hosts) {
+    host.join();
+  }
+  EXPECT_EQ(succeeded, 60);
+  // A connection to the X server may be kept more than before, but not one a host.
+  EXPECT_TRUE(eventually([&] {
+    const auto now = agent.footprint();
+    return now.descriptors <= before.descriptors + 4 && now.threads <= before.threads;
+  })) << testing::PrintToString(agent.footprint());
+  // Once nobody looks any more, the memory of the pictures goes.
+  EXPECT_TRUE(eventually([&] { return agent.residentBytes() < 12U * 1024 * 1024; }))
+      << agent.residentBytes();
+}
+
+}  // namespace
+}  // namespace tervain::test
