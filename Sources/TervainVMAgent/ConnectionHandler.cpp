@@ -24,6 +24,17 @@ struct ConnectionHandler::Operation {
 /// Every ordinary operation. "exec" and "shell-events" write their own replies and are not here.
 const ConnectionHandler::Operation ConnectionHandler::operations[] = {
     {"ping", [](ConnectionHandler& handler, const Json&) { return handler.opPing(); }},
+    {"click",
+     [](ConnectionHandler& handler, const Json& request) { return handler.opClick(request); }},
+    {"move",
+     [](ConnectionHandler& handler, const Json& request) { return handler.opMove(request); }},
+    {"drag",
+     [](ConnectionHandler& handler, const Json& request) { return handler.opDrag(request); }},
+    {"type",
+     [](ConnectionHandler& handler, const Json& request) { return handler.opType(request); }},
+    {"key", [](ConnectionHandler& handler, const Json& request) { return handler.opKey(request); }},
+    {"scroll",
+     [](ConnectionHandler& handler, const Json& request) { return handler.opScroll(request); }},
     {"cursor_position",
      [](ConnectionHandler& handler, const Json&) { return handler.opCursorPosition(); }},
 };

@@ -45,6 +45,12 @@ class ConnectionHandler {
 
   // Ordinary operations.
   Reply opPing();
+  Reply opClick(const Json& request);
+  Reply opMove(const Json& request);
+  Reply opDrag(const Json& request);
+  Reply opType(const Json& request);
+  Reply opKey(const Json& request);
+  Reply opScroll(const Json& request);
   Reply opCursorPosition();
 
   struct Operation;
