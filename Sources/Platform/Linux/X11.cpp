@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <xcb/randr.h>
 #include <xcb/xcbext.h>
+#include <xcb/xtest.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -10,6 +11,8 @@
 #include <system_error>
 #include <thread>
 #include <vector>
+
+#include "Platform/Linux/Xkb.h"
 
 namespace tervain::X11 {
 
@@ -93,6 +96,13 @@ class Session::Pool {
     }
     const Reply<xcb_randr_query_version_reply_t> version(xcb_randr_query_version_reply(
         connection.get(), xcb_randr_query_version(connection.get(), 1, 5), nullptr));
+    for (xcb_extension_t* extension : {&xcb_test_id, &xcb_xkb_id}) {
+      xcb_get_extension_data(connection.get(), extension);
+    }
+    if (xcb_get_extension_data(connection.get(), &xcb_xkb_id)->present != 0) {
+      const Reply<xcb_xkb_use_extension_reply_t> used(xcb_xkb_use_extension_reply(
+          connection.get(), xcb_xkb_use_extension(connection.get(), 1, 0), nullptr));
+    }
     return connection;
   }
 
@@ -131,6 +141,16 @@ Session::~Session() {
 
 const xcb_screen_t& Session::screen() const {
   return *xcb_setup_roots_iterator(xcb_get_setup(connection_.get())).data;
+}
+
+bool Session::has(xcb_extension_t& extension) const {
+  const auto* const data = xcb_get_extension_data(connection_.get(), &extension);
+  return data && data->present != 0;
+}
+
+bool Session::roundTrip() {
+  return await<xcb_get_input_focus_reply_t>(xcb_get_input_focus(connection_.get()).sequence) !=
+         nullptr;
 }
 
 void* Session::awaitReply(unsigned int sequence) {

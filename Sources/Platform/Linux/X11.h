@@ -41,6 +41,12 @@ class Session {
   /// The first screen.
   [[nodiscard]] const xcb_screen_t& screen() const;
 
+  /// Whether the server has one of the extensions in use here.
+  [[nodiscard]] bool has(xcb_extension_t& extension) const;
+
+  /// Waits until the server has carried out every request so far. False when it doesn't in time.
+  bool roundTrip();
+
   /// Waits for the reply to a request: `await<xcb_get_image_reply_t>(xcb_get_image(…).sequence)`.
   template <class T>
   Reply<T> await(unsigned int sequence) {
