@@ -17,6 +17,7 @@
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/Log.h"
+#include "VMAgentCore/System.h"
 
 namespace tervain {
 namespace {
@@ -74,6 +75,7 @@ std::uint32_t choosePort(const char* text) {
 
 int runAgent() {
   occupyStandardDescriptors();
+  System::returnLargeMemory();
   std::signal(SIGPIPE, SIG_IGN);
   // A parent may have left it ignored, and then the ends of our commands would be lost.
   std::signal(SIGCHLD, SIG_DFL);

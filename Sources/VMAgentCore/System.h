@@ -30,4 +30,8 @@ UniqueFD watchExit(pid_t child);
 /// system can say so of one descriptor. Where it can't, the process ignores the signal anyway.
 void suppressSigpipe(int fd);
 
+/// Makes the memory of large requests and replies go back to the system as soon as they are done
+/// with. To be called before any thread is started.
+void returnLargeMemory();
+
 }  // namespace tervain::System

@@ -1,6 +1,7 @@
 #include "VMAgentCore/System.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -36,5 +37,13 @@ UniqueFD watchExit(pid_t child) {
 }
 
 void suppressSigpipe(int /*fd*/) {}
+
+void returnLargeMemory() {
+  // Left alone, glibc raises this threshold whenever a large block is freed, and from then on keeps
+  // such blocks in the arenas of threads that have ended: megabytes that nobody uses.
+  constexpr int threshold = 256 * 1024;
+  mallopt(M_MMAP_THRESHOLD, threshold);
+  mallopt(M_TRIM_THRESHOLD, threshold);
+}
 
 }  // namespace tervain::System

@@ -1,0 +1,50 @@
+#include "ScriptedPlatform/ScriptedStatus.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "Platform/Pointer.h"
+#include "Platform/Privacy.h"
+#include "Platform/Process.h"
+
+namespace tervain {
+
+test::ScriptedStatus& test::scriptedStatus() {
+  static ScriptedStatus status;
+  return status;
+}
+
+namespace Platform {
+
+bool accessibilityGranted() {
+  return test::scriptedStatus().accessibility;
+}
+
+bool screenRecordingGranted() {
+  return test::scriptedStatus().screenRecording;
+}
+
+bool postEventGranted() {
+  return test::scriptedStatus().postEvent;
+}
+
+std::vector<Display> activeDisplays(std::size_t limit) {
+  std::vector<Display> displays = test::scriptedStatus().displays;
+  displays.resize(std::min(limit, displays.size()));
+  return displays;
+}
+
+std::optional<Point> pointerLocation() {
+  return test::scriptedStatus().pointer;
+}
+
+std::optional<UniqueFD> inheritedListener() {
+  return std::nullopt;
+}
+
+void runMainLoop() {
+  std::abort();  // no test starts a whole agent on this platform
+}
+
+}  // namespace Platform
+}  // namespace tervain

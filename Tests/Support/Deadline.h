@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+namespace tervain::test {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long a test waits for what must happen: long enough for a sanitized build on a busy machine,
+/// and reached only by a test that fails.
+inline constexpr std::chrono::seconds patience{30};
+
+/// Asks again and again until `condition` holds; for what nothing announces, such as the state of
+/// another process. False when patience ran out.
+template <class Condition>
+bool eventually(Condition condition, Clock::duration limit = patience) {
+  const auto deadline = Clock::now() + limit;
+  while (!condition()) {
+    if (Clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+}  // namespace tervain::test

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Support/Deadline.h"
+#include "VMAgentCore/Json.h"
+#include "VMAgentCore/LineSplitBuffer.h"
+#include "VMAgentCore/UniqueFD.h"
+
+namespace tervain::test {
+
+/// The host's end of a connection, byte by byte as a test wants it. Reads give up when patience
+/// runs out.
+class Peer {
+ public:
+  explicit Peer(UniqueFD socket) : fd_(std::move(socket)) {}
+
+  /// A connection to a listening Unix socket, retried while its queue is full.
+  static Peer connect(const std::string& path);
+
+  /// Sends bytes as they are. False when the agent has gone.
+  bool send(std::string_view bytes) const;
+
+  /// The next line. Nothing at the end of the connection, or when none comes.
+  std::optional<std::string> readLine();
+
+  /// The next line as JSON; null when there is none.
+  Json readJson();
+
+  /// Sends a request and reads its reply.
+  Json ask(std::string_view request);
+
+  /// Whether the agent closes the connection, with nothing unread before that.
+  bool closed();
+
+  void close() { fd_.reset(); }
+  [[nodiscard]] int fd() const { return fd_.get(); }
+
+ private:
+  UniqueFD fd_;
+  LineSplitBuffer lines_;
+  bool ended_ = false;
+};
+
+/// What came out of an exec.
+struct ExecResult {
+  std::string out;
+  std::string err;
+  std::optional<int> code;  ///< from the exit frame
+  std::string error;        ///< from the error frame
+};
+
+/// Reads frames to the end of the connection.
+ExecResult readExec(Peer& peer);
+
+/// The line of a standard input frame.
+std::string stdinFrame(std::string_view bytes);
+
+}  // namespace tervain::test
