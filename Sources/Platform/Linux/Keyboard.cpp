@@ -7,6 +7,7 @@
 #include <system_error>
 #include <thread>
 
+#include "Platform/Linux/FocusedWindow.h"
 #include "Platform/Linux/MacKeys.h"
 #include "Platform/Linux/Xkb.h"
 #include "VMAgentCore/KeyMap.h"
@@ -21,6 +22,9 @@ constexpr std::chrono::seconds postLimit{5};
 /// How long a chord that another thread holds down delays what would otherwise be typed with its
 /// modifiers. Chords are held for much less.
 constexpr std::chrono::milliseconds chordLimit{200};
+
+/// How long an application may take to answer that it has looked up the borrowed keys.
+constexpr std::chrono::milliseconds answerLimit{1000};
 
 /// How long borrowed keycodes stay borrowed after the last use.
 constexpr std::chrono::milliseconds quietTime{500};
@@ -144,13 +148,14 @@ void Keyboard::release(std::uint16_t keyCode, std::uint64_t flags) {
     return;
   }
   chordEnded_.notify_all();
-  spareKeys_.endUse();
+  bool taken = false;
   if (auto x11 = Session::open(Clock::now() + postLimit)) {
     const auto& keys = held.mapped();
     std::for_each(keys.rbegin(), keys.rend(),
                   [&x11](xcb_keycode_t key) { sendKey(*x11, key, /*down=*/false); });
-    x11->roundTrip();
+    taken = x11->roundTrip() && awaitTaken(*x11);
   }
+  spareKeys_.endUse(taken);
   afterUse();
 }
 
@@ -220,15 +225,18 @@ void Keyboard::typeSymbols(Prepared& prepared, const std::vector<xcb_keysym_t>& 
         }
       }
     }
-    const bool taken = prepared.x11.roundTrip();
-    spareKeys_.endUse();
+    const bool posted = prepared.x11.roundTrip();
+    spareKeys_.endUse(posted && awaitTaken(prepared.x11));
     done += taps.size();
-    const auto settled = spareKeys_.nextSettled();
-    if (!taken || (taps.empty() && !settled)) {
+    if (!posted) {
       return;
     }
     if (done < symbols.size()) {
-      std::this_thread::sleep_until(*settled);
+      if (const auto settled = spareKeys_.nextSettled()) {
+        std::this_thread::sleep_until(*settled);
+      } else {
+        ++done;  // there is no key for it, and none to spare
+      }
     }
   }
 }
@@ -260,6 +268,19 @@ std::vector<xcb_keycode_t> Keyboard::chordKeys(Prepared& prepared, std::uint16_t
     return {};
   }
   return keys;
+}
+
+/// Waits until the application has looked up the borrowed keys that are in use. One that has been
+/// silent is not waited for again until it answers quickly.
+bool Keyboard::awaitTaken(Session& x11) {
+  if (!spareKeys_.anyInUse()) {
+    return true;
+  }
+  FocusedWindow focused(x11);
+  const bool wasSilent = focused.window() != XCB_NONE && focused.window() == silentWindow_;
+  const bool taken = focused.catchesUp(wasSilent ? SpareKeys::settleTime : answerLimit);
+  silentWindow_ = taken ? xcb_window_t{XCB_NONE} : focused.window();
+  return taken;
 }
 
 /// Sees to it that what is borrowed is given back.

@@ -57,6 +57,7 @@ class Keyboard {
   void typeSymbols(Prepared& prepared, const std::vector<xcb_keysym_t>& symbols);
   std::vector<xcb_keycode_t> chordKeys(Prepared& prepared, std::uint16_t keyCode,
                                        std::uint64_t flags, std::uint8_t& group);
+  bool awaitTaken(Session& x11);
   void afterUse();
   void restoreWhenQuiet();
   bool giveBack();
@@ -65,6 +66,7 @@ class Keyboard {
   std::condition_variable chordEnded_;
   std::map<Chord, std::vector<xcb_keycode_t>> held_;
   SpareKeys spareKeys_;
+  xcb_window_t silentWindow_ = XCB_NONE;
   bool restorerRuns_ = false;
   Clock::time_point lastUse_;
 };

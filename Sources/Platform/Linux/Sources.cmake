@@ -6,6 +6,7 @@ target_sources(Platform PRIVATE
   Linux/AccessibilityBus.cpp
   Linux/Displays.cpp
   Linux/Events.cpp
+  Linux/FocusedWindow.cpp
   Linux/Keyboard.cpp
   Linux/KeyboardMap.cpp
   Linux/MacKeys.cpp

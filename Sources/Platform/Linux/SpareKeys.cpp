@@ -11,13 +11,6 @@ namespace {
 
 constexpr std::string_view recordName = "_TERVAIN_BORROWED_KEYCODES";
 
-xcb_atom_t internRecord(Session& x11) {
-  const auto reply = x11.await<xcb_intern_atom_reply_t>(
-      xcb_intern_atom(x11.get(), /*only_if_exists=*/0, recordName.size(), recordName.data())
-          .sequence);
-  return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
-}
-
 /// The keycodes that an agent has borrowed and, if it is no more, never gave back.
 std::vector<xcb_keycode_t> readRecord(Session& x11, xcb_atom_t record) {
   constexpr std::uint32_t longest = 256 / 4;
@@ -49,7 +42,7 @@ bool SpareKeys::refresh(Session& x11, KeyboardMap& map) {
                [&map](const Key& key) { return key.isOurs(map); });
   std::vector<xcb_keycode_t> spare = map.spareKeyCodes();
   if (keys.empty()) {
-    record_ = internRecord(x11);
+    record_ = x11.atom(recordName);
     if (record_ == XCB_ATOM_NONE) {
       return false;
     }
@@ -62,7 +55,7 @@ bool SpareKeys::refresh(Session& x11, KeyboardMap& map) {
       // A keycode given back a moment ago still has to settle.
       const auto known = std::find_if(keys_.begin(), keys_.end(), isIt);
       keys.push_back({keyCode});
-      keys.back().lastUse = known == keys_.end() ? Clock::time_point{} : known->lastUse;
+      keys.back().settled = known == keys_.end() ? Clock::time_point{} : known->settled;
     }
   }
   keys_ = std::move(keys);
@@ -74,7 +67,7 @@ bool SpareKeys::refresh(Session& x11, KeyboardMap& map) {
 
 std::vector<SpareKeys::Key>::iterator SpareKeys::longestUnused() {
   return std::min_element(keys_.begin(), keys_.end(), [](const Key& a, const Key& b) {
-    return std::tie(a.inUse, a.lastUse) < std::tie(b.inUse, b.lastUse);
+    return std::tie(a.inUse, a.settled) < std::tie(b.inUse, b.settled);
   });
 }
 
@@ -86,7 +79,7 @@ std::optional<xcb_keycode_t> SpareKeys::borrow(Session& x11, const KeySymbols& s
     return known->keyCode;
   }
   const auto key = longestUnused();
-  if (key == keys_.end() || key->inUse || key->lastUse + settleTime > Clock::now()) {
+  if (key == keys_.end() || key->inUse || key->settled > Clock::now()) {
     return std::nullopt;
   }
   const bool isNew = !key->symbols;
@@ -99,12 +92,17 @@ std::optional<xcb_keycode_t> SpareKeys::borrow(Session& x11, const KeySymbols& s
   return key->keyCode;
 }
 
-void SpareKeys::endUse() {
+void SpareKeys::endUse(bool taken) {
+  const auto settledAfter = taken ? Clock::duration::zero() : Clock::duration(settleTime);
   for (Key& key : keys_) {
     if (std::exchange(key.inUse, false)) {
-      key.lastUse = Clock::now();
+      key.settled = Clock::now() + settledAfter;
     }
   }
+}
+
+bool SpareKeys::anyInUse() const {
+  return std::any_of(keys_.begin(), keys_.end(), [](const Key& key) { return key.inUse; });
 }
 
 std::optional<Clock::time_point> SpareKeys::nextSettled() {
@@ -112,7 +110,7 @@ std::optional<Clock::time_point> SpareKeys::nextSettled() {
   if (key == keys_.end() || key->inUse) {
     return std::nullopt;
   }
-  return key->lastUse + settleTime;
+  return key->settled;
 }
 
 bool SpareKeys::anyBorrowed() const {

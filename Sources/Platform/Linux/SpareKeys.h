@@ -15,15 +15,16 @@ namespace tervain::X11 {
 /// Keycodes that type nothing, borrowed from the X server's keyboard map to type what no key types.
 ///
 /// Applications look a key up in the map when they get round to its event, not when it was pressed.
-/// So a keycode keeps its symbol for as long as it is not needed for another, and for `settleTime`
-/// at least; and it is given back only when all has been quiet for longer.
+/// So a keycode keeps its symbol until the application is known to have done so, or else for
+/// `settleTime`; and it is given back only when all has been quiet for longer.
 ///
 /// While keycodes are borrowed a property of the root window names them, so that an agent that was
 /// killed leaves nothing behind for good: the next one that types takes them over.
 class SpareKeys {
  public:
-  /// How long an application may take to look a key up. The slowest seen stay well below.
-  static constexpr std::chrono::milliseconds settleTime{30};
+  /// How long an application that doesn't tell is given to look a key up. Most need far less;
+  /// one that starts or draws may need twice as long.
+  static constexpr std::chrono::milliseconds settleTime{100};
 
   /// Compares what is borrowed with the server's map: what is no longer there, because someone else
   /// has set a new map or the server is a new one, is forgotten. Takes the spare keycodes out of
@@ -35,8 +36,11 @@ class SpareKeys {
   /// settling, or there are none.
   std::optional<xcb_keycode_t> borrow(Session& x11, const KeySymbols& symbols);
 
-  /// What is in use has been typed, and begins to settle.
-  void endUse();
+  /// What is in use has been typed. It begins to settle, unless the application has taken it.
+  void endUse(bool taken);
+
+  /// Whether anything is in use.
+  [[nodiscard]] bool anyInUse() const;
 
   /// When a keycode will have settled. Nothing when there are none, or all are in use.
   [[nodiscard]] std::optional<Clock::time_point> nextSettled();
@@ -52,7 +56,7 @@ class SpareKeys {
     xcb_keycode_t keyCode;
     std::optional<KeySymbols> symbols{};  // nothing while it is not borrowed
     bool inUse = false;
-    Clock::time_point lastUse{};
+    Clock::time_point settled{};  // when it may get another symbol
 
     [[nodiscard]] bool isOurs(const KeyboardMap& map) const;
   };

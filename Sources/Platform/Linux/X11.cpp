@@ -62,18 +62,23 @@ class Session::Pool {
  private:
   static constexpr std::size_t maxIdle = 4;
 
-  /// An idle connection whose server is still there. What has arrived on it since is thrown away.
+  /// An idle connection whose server is still there. What has arrived on any of them since is
+  /// thrown away: every change of the keyboard map is announced to all.
   Connection takeIdle() {
-    while (!idle_.empty()) {
-      Connection connection = std::move(idle_.back());
-      idle_.pop_back();
-      while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection.get())}) {
-      }
-      if (xcb_connection_has_error(connection.get()) == 0) {
-        return connection;
-      }
+    idle_.erase(std::remove_if(idle_.begin(), idle_.end(),
+                               [](const Connection& connection) {
+                                 while (const Reply<xcb_generic_event_t> event{
+                                     xcb_poll_for_event(connection.get())}) {
+                                 }
+                                 return xcb_connection_has_error(connection.get()) != 0;
+                               }),
+                idle_.end());
+    if (idle_.empty()) {
+      return nullptr;
     }
-    return nullptr;
+    Connection connection = std::move(idle_.back());
+    idle_.pop_back();
+    return connection;
   }
 
   bool startConnecting() {
@@ -134,7 +139,7 @@ Session::Session(Connection connection, Clock::time_point deadline)
     : connection_(std::move(connection)), deadline_(deadline) {}
 
 Session::~Session() {
-  if (connection_ && xcb_connection_has_error(connection_.get()) == 0) {
+  if (connection_ && !late_ && xcb_flush(connection_.get()) > 0) {
     Pool::shared().giveBack(std::move(connection_));
   }
 }
@@ -153,23 +158,44 @@ bool Session::roundTrip() {
          nullptr;
 }
 
+xcb_atom_t Session::atom(std::string_view name) {
+  const auto reply = await<xcb_intern_atom_reply_t>(
+      xcb_intern_atom(connection_.get(), /*only_if_exists=*/0,
+                      static_cast<std::uint16_t>(name.size()), name.data())
+          .sequence);
+  return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
+}
+
+Reply<xcb_generic_event_t> Session::awaitEvent(Clock::time_point deadline) {
+  while (!late_ && xcb_flush(connection_.get()) > 0) {
+    if (Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection_.get())}) {
+      return event;
+    }
+    if (!awaitInput(deadline)) {
+      break;
+    }
+  }
+  return nullptr;
+}
+
 void* Session::awaitReply(unsigned int sequence) {
-  while (connection_ && xcb_flush(connection_.get()) > 0) {
+  while (!late_ && xcb_flush(connection_.get()) > 0) {
     void* reply = nullptr;
     xcb_generic_error_t* error = nullptr;
     if (xcb_poll_for_reply(connection_.get(), sequence, &reply, &error) != 0) {
       const Reply<xcb_generic_error_t> refusal(error);
       return reply;
     }
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now()).count();
-    pollfd socket{xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
-    if (left <= 0 || (poll(&socket, 1, static_cast<int>(left)) == 0)) {
-      // What the server may still answer must not reach the next user.
-      connection_.reset();
-    }
+    late_ = !awaitInput(deadline_);
   }
   return nullptr;
+}
+
+/// Waits until there is something to read. False when nothing comes in time.
+bool Session::awaitInput(Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  pollfd socket{xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
+  return left > 0 && poll(&socket, 1, static_cast<int>(left)) != 0;
 }
 
 }  // namespace tervain::X11
