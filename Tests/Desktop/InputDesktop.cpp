@@ -72,6 +72,10 @@ Witness::Witness() : x11_(openSession()), window_(xcb_generate_id(x11_.get())) {
                     XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
 }
 
+Witness::~Witness() {
+  xcb_destroy_window(x11_.get(), window_);
+}
+
 void Witness::watchInput() {
   xcb_map_window(x11_.get(), window_);
   while (const auto event = x11_.awaitEvent(Clock::now() + patience)) {
@@ -139,6 +143,15 @@ std::uint32_t Witness::cardinal(xcb_window_t window, const char* property) {
     return 0;
   }
   return *static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
+}
+
+/// Whether a window or one right inside it gets the keys.
+bool Witness::hasFocus(xcb_window_t window) {
+  const auto focus =
+      x11_.await<xcb_get_input_focus_reply_t>(xcb_get_input_focus(x11_.get()).sequence);
+  const auto tree =
+      x11_.await<xcb_query_tree_reply_t>(xcb_query_tree(x11_.get(), focus->focus).sequence);
+  return focus->focus == window || (tree && tree->parent == window);
 }
 
 Witness::Window Witness::awaitActive(pid_t pid) {

@@ -37,6 +37,9 @@ class Program {
 class Witness {
  public:
   Witness();
+  ~Witness();
+  Witness(const Witness&) = delete;
+  Witness& operator=(const Witness&) = delete;
 
   /// An event of the window that `watchInput` made: its key symbol or button and its modifiers.
   struct Seen {
@@ -74,6 +77,7 @@ class Witness {
   std::string clipboard();
 
  private:
+  bool hasFocus(xcb_window_t window);
   std::uint32_t cardinal(xcb_window_t window, const char* property);
 
   X11::Session x11_;

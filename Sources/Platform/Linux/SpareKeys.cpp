@@ -11,18 +11,19 @@ namespace {
 
 constexpr std::string_view recordName = "_TERVAIN_BORROWED_KEYCODES";
 
-/// The keycodes that an agent has borrowed and, if it is no more, never gave back.
-std::vector<xcb_keycode_t> readRecord(Session& x11, xcb_atom_t record) {
-  constexpr std::uint32_t longest = 256 / 4;
+/// What an agent has borrowed and, if it is no more, never gave back: keycodes, each followed by
+/// the symbol that it was given.
+std::vector<std::uint32_t> readRecord(Session& x11, xcb_atom_t record) {
+  constexpr std::uint32_t most = 2 * 256;
   const auto reply = x11.await<xcb_get_property_reply_t>(
       xcb_get_property(x11.get(), /*_delete=*/0, x11.screen().root, record, XCB_ATOM_CARDINAL, 0,
-                       longest)
+                       most)
           .sequence);
-  if (!reply || reply->format != 8) {
+  if (!reply || reply->format != 32) {
     return {};
   }
-  const auto* const codes = static_cast<const xcb_keycode_t*>(xcb_get_property_value(reply.get()));
-  return {codes, codes + xcb_get_property_value_length(reply.get())};
+  const auto* const values = static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
+  return {values, values + reply->value_len};
 }
 
 void setSymbols(Session& x11, xcb_keycode_t keyCode, const std::vector<xcb_keysym_t>& symbols) {
@@ -33,34 +34,41 @@ void setSymbols(Session& x11, xcb_keycode_t keyCode, const std::vector<xcb_keysy
 }  // namespace
 
 bool SpareKeys::Key::isOurs(const KeyboardMap& map) const {
-  return symbols && map.symbol(keyCode, 0) == symbols->plain;
+  return symbols && symbols->plain != XCB_NO_SYMBOL && map.symbol(keyCode, 0) == symbols->plain;
 }
 
 bool SpareKeys::refresh(Session& x11, KeyboardMap& map) {
-  std::vector<Key> keys;
-  std::copy_if(keys_.begin(), keys_.end(), std::back_inserter(keys),
+  const std::vector<Key> before = std::exchange(keys_, {});
+  std::copy_if(before.begin(), before.end(), std::back_inserter(keys_),
                [&map](const Key& key) { return key.isOurs(map); });
-  std::vector<xcb_keycode_t> spare = map.spareKeyCodes();
-  if (keys.empty()) {
-    record_ = x11.atom(recordName);
-    if (record_ == XCB_ATOM_NONE) {
-      return false;
-    }
-    const auto left = readRecord(x11, record_);
-    spare.insert(spare.end(), left.begin(), left.end());
+  if (keys_.empty() && !adopt(x11, map)) {
+    return false;
   }
-  for (const xcb_keycode_t keyCode : spare) {
-    const auto isIt = [keyCode](const Key& key) { return key.keyCode == keyCode; };
-    if (std::none_of(keys.begin(), keys.end(), isIt)) {
-      // A keycode given back a moment ago still has to settle.
-      const auto known = std::find_if(keys_.begin(), keys_.end(), isIt);
-      keys.push_back({keyCode});
-      keys.back().settled = known == keys_.end() ? Clock::time_point{} : known->settled;
-    }
+  for (const xcb_keycode_t keyCode : map.spareKeyCodes()) {
+    // A keycode given back a moment ago still has to settle.
+    const auto known = std::find_if(before.begin(), before.end(),
+                                    [keyCode](const Key& key) { return key.keyCode == keyCode; });
+    keys_.push_back({keyCode});
+    keys_.back().settled = known == before.end() ? Clock::time_point{} : known->settled;
   }
-  keys_ = std::move(keys);
   for (const Key& key : keys_) {
     map.hide(key.keyCode);
+  }
+  return true;
+}
+
+/// Takes over what another agent has left borrowed.
+bool SpareKeys::adopt(Session& x11, const KeyboardMap& map) {
+  record_ = x11.atom(recordName);
+  if (record_ == XCB_ATOM_NONE) {
+    return false;
+  }
+  const auto left = readRecord(x11, record_);
+  for (std::size_t i = 0; i + 1 < left.size(); i += 2) {
+    const Key key{static_cast<xcb_keycode_t>(left[i]), KeySymbols{left[i + 1], left[i + 1]}};
+    if (key.isOurs(map)) {
+      keys_.push_back(key);
+    }
   }
   return true;
 }
@@ -82,12 +90,9 @@ std::optional<xcb_keycode_t> SpareKeys::borrow(Session& x11, const KeySymbols& s
   if (key == keys_.end() || key->inUse || key->settled > Clock::now()) {
     return std::nullopt;
   }
-  const bool isNew = !key->symbols;
   key->symbols = symbols;
   key->inUse = true;
-  if (isNew) {
-    writeRecord(x11);
-  }
+  writeRecord(x11);
   setSymbols(x11, key->keyCode, {symbols.plain, symbols.shifted});
   return key->keyCode;
 }
@@ -114,7 +119,8 @@ std::optional<Clock::time_point> SpareKeys::nextSettled() {
 }
 
 bool SpareKeys::anyBorrowed() const {
-  return !borrowedKeyCodes().empty();
+  return std::any_of(keys_.begin(), keys_.end(),
+                     [](const Key& key) { return key.symbols.has_value(); });
 }
 
 bool SpareKeys::giveBack(Session& x11) {
@@ -137,21 +143,16 @@ bool SpareKeys::giveBack(Session& x11) {
   return true;
 }
 
-std::vector<xcb_keycode_t> SpareKeys::borrowedKeyCodes() const {
-  std::vector<xcb_keycode_t> codes;
+void SpareKeys::writeRecord(Session& x11) const {
+  std::vector<std::uint32_t> record;
   for (const Key& key : keys_) {
     if (key.symbols) {
-      codes.push_back(key.keyCode);
+      record.insert(record.end(), {key.keyCode, key.symbols->plain});
     }
   }
-  return codes;
-}
-
-void SpareKeys::writeRecord(Session& x11) const {
-  const auto codes = borrowedKeyCodes();
   xcb_change_property(x11.get(), XCB_PROP_MODE_REPLACE, x11.screen().root, record_,
-                      XCB_ATOM_CARDINAL, /*format=*/8, static_cast<std::uint32_t>(codes.size()),
-                      codes.data());
+                      XCB_ATOM_CARDINAL, /*format=*/32, static_cast<std::uint32_t>(record.size()),
+                      record.data());
 }
 
 }  // namespace tervain::X11

@@ -18,8 +18,9 @@ namespace tervain::X11 {
 /// So a keycode keeps its symbol until the application is known to have done so, or else for
 /// `settleTime`; and it is given back only when all has been quiet for longer.
 ///
-/// While keycodes are borrowed a property of the root window names them, so that an agent that was
-/// killed leaves nothing behind for good: the next one that types takes them over.
+/// While keycodes are borrowed a property of the root window names them and their symbols, so that
+/// an agent that was killed leaves nothing behind for good: the next one that types takes them
+/// over.
 class SpareKeys {
  public:
   /// How long an application that doesn't tell is given to look a key up. Most need far less;
@@ -62,7 +63,7 @@ class SpareKeys {
   };
 
   std::vector<Key>::iterator longestUnused();
-  [[nodiscard]] std::vector<xcb_keycode_t> borrowedKeyCodes() const;
+  bool adopt(Session& x11, const KeyboardMap& map);
   void writeRecord(Session& x11) const;
 
   std::vector<Key> keys_;
