@@ -53,6 +53,15 @@ Program::~Program() {
   }
 }
 
+std::string Program::readLine() const {
+  std::string line;
+  char c = 0;
+  while (readSome(out_.get(), {&c, 1}) == 1 && c != '\n') {
+    line += c;
+  }
+  return line;
+}
+
 std::optional<std::string> Program::output() {
   if (!eventually([this] { return waitpid(pid_, nullptr, WNOHANG) == pid_; })) {
     return std::nullopt;

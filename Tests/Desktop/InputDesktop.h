@@ -25,6 +25,9 @@ class Program {
 
   [[nodiscard]] pid_t pid() const { return pid_; }
 
+  /// The first line that the program prints.
+  [[nodiscard]] std::string readLine() const;
+
   /// Waits for the program's own end and gives what it printed. Nothing when it doesn't end.
   std::optional<std::string> output();
 
