@@ -17,14 +17,15 @@ namespace tervain::X11 {
 namespace {
 
 /// How long one event may take where the server is slow.
-constexpr std::chrono::seconds postLimit{5};
+constexpr std::chrono::seconds postLimit{15};
 
 /// How long a chord that another thread holds down delays what would otherwise be typed with its
 /// modifiers. Chords are held for much less.
 constexpr std::chrono::milliseconds chordLimit{200};
 
-/// How long an application may take to answer that it has looked up the borrowed keys.
-constexpr std::chrono::milliseconds answerLimit{1000};
+/// How long an application may take to answer that it has looked up the borrowed keys. Qt makes its
+/// whole keymap anew for each changed key, which takes more than a second on a busy machine.
+constexpr std::chrono::milliseconds answerLimit{4000};
 
 /// How long borrowed keycodes stay borrowed after the last use.
 constexpr std::chrono::milliseconds quietTime{500};
@@ -53,9 +54,10 @@ void sendKey(Session& x11, xcb_keycode_t keyCode, bool down) {
 class NeutralLocks {
  public:
   NeutralLocks(Session& x11, const KeyboardLocks& locks, std::uint8_t group)
-      : x11_(x11), locks_(locks) {
-    active_ = x11.has(xcb_xkb_id) &&
-              (locks.lockedModifiers != 0 || locks.latched || locks.lockedGroup != group);
+      : x11_(x11),
+        locks_(locks),
+        active_(x11.has(xcb_xkb_id) &&
+                (locks.lockedModifiers != 0 || locks.latched || locks.lockedGroup != group)) {
     send(0, group);
   }
   NeutralLocks(const NeutralLocks&) = delete;

@@ -54,7 +54,7 @@ class SpareKeys {
 
  private:
   struct Key {
-    xcb_keycode_t keyCode;
+    xcb_keycode_t keyCode{};
     std::optional<KeySymbols> symbols{};  // nothing while it is not borrowed
     bool inUse = false;
     Clock::time_point settled{};  // when it may get another symbol
