@@ -32,8 +32,10 @@ class Event {
   struct Handle;
 
   explicit Event(std::unique_ptr<Handle> handle);
-  Event(Event&&) noexcept;
-  Event& operator=(Event&&) noexcept;
+  Event(Event&& other) noexcept;
+  Event& operator=(Event&& other) noexcept;
+  Event(const Event&) = delete;
+  Event& operator=(const Event&) = delete;
   ~Event();
 
   [[nodiscard]] Handle& handle() const { return *handle_; }

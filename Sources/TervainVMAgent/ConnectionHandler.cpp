@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <type_traits>
 
 #include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/IO.h"
@@ -14,6 +15,16 @@ namespace {
 constexpr std::string_view malformedRequest =
     "malformed request (want one JSON object per line with an \"op\")";
 
+/// Calls an operation, one that reads its request or one that doesn't.
+template <auto operation>
+Reply call(ConnectionHandler& handler, const Json& request) {
+  if constexpr (std::is_invocable_v<decltype(operation), ConnectionHandler&, const Json&>) {
+    return (handler.*operation)(request);
+  } else {
+    return (handler.*operation)();
+  }
+}
+
 }  // namespace
 
 struct ConnectionHandler::Operation {
@@ -23,13 +34,16 @@ struct ConnectionHandler::Operation {
 
 /// Every ordinary operation. "exec" and "shell-events" write their own replies and are not here.
 const ConnectionHandler::Operation ConnectionHandler::operations[] = {
-    {"ping", [](ConnectionHandler& handler, const Json&) { return handler.opPing(); }},
-    {"screenshot",
-     [](ConnectionHandler& handler, const Json& request) { return handler.opScreenshot(request); }},
-    {"cursor_position",
-     [](ConnectionHandler& handler, const Json&) { return handler.opCursorPosition(); }},
-    {"launch_app",
-     [](ConnectionHandler& handler, const Json& request) { return handler.opLaunchApp(request); }},
+    {"ping", call<&ConnectionHandler::opPing>},
+    {"screenshot", call<&ConnectionHandler::opScreenshot>},
+    {"click", call<&ConnectionHandler::opClick>},
+    {"move", call<&ConnectionHandler::opMove>},
+    {"drag", call<&ConnectionHandler::opDrag>},
+    {"type", call<&ConnectionHandler::opType>},
+    {"key", call<&ConnectionHandler::opKey>},
+    {"scroll", call<&ConnectionHandler::opScroll>},
+    {"cursor_position", call<&ConnectionHandler::opCursorPosition>},
+    {"launch_app", call<&ConnectionHandler::opLaunchApp>},
 };
 
 void logConnected(int fd) {

@@ -50,6 +50,12 @@ class ConnectionHandler {
   // Ordinary operations.
   Reply opPing();
   [[nodiscard]] Reply opScreenshot(const Json& request) const;
+  Reply opClick(const Json& request);
+  Reply opMove(const Json& request);
+  Reply opDrag(const Json& request);
+  Reply opType(const Json& request);
+  Reply opKey(const Json& request);
+  Reply opScroll(const Json& request);
   Reply opCursorPosition();
   [[nodiscard]] Reply opLaunchApp(const Json& request) const;
 

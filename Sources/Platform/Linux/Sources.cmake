@@ -1,5 +1,6 @@
 find_package(PkgConfig REQUIRED)
-pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb xcb-randr xcb-shm xcb-xfixes)
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET
+  xcb xcb-randr xcb-shm xcb-xfixes xcb-xkb xcb-xtest)
 pkg_check_modules(TURBOJPEG REQUIRED IMPORTED_TARGET libturbojpeg)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 
@@ -7,12 +8,18 @@ target_sources(Platform PRIVATE
   Linux/AccessibilityBus.cpp
   Linux/Capture.cpp
   Linux/Displays.cpp
+  Linux/Events.cpp
+  Linux/FocusedWindow.cpp
+  Linux/Keyboard.cpp
+  Linux/KeyboardMap.cpp
   Linux/Launch.cpp
+  Linux/MacKeys.cpp
   Linux/Monitors.cpp
   Linux/Pointer.cpp
   Linux/Privacy.cpp
   Linux/Process.cpp
   Linux/ScreenGrabber.cpp
+  Linux/SpareKeys.cpp
   Linux/X11.cpp)
 target_link_libraries(Platform PRIVATE PkgConfig::XCB PkgConfig::SYSTEMD PkgConfig::TURBOJPEG)
 

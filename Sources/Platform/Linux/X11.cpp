@@ -5,6 +5,7 @@
 #include <xcb/shm.h>
 #include <xcb/xcbext.h>
 #include <xcb/xfixes.h>
+#include <xcb/xtest.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -13,11 +14,14 @@
 #include <thread>
 #include <vector>
 
+#include "Platform/Linux/Xkb.h"
+
 namespace tervain::X11 {
 namespace {
 
 /// The extensions that sessions use.
-xcb_extension_t* const extensionsInUse[] = {&xcb_randr_id, &xcb_shm_id, &xcb_xfixes_id};
+xcb_extension_t* const extensionsInUse[] = {&xcb_randr_id, &xcb_shm_id, &xcb_test_id,
+                                            &xcb_xfixes_id, &xcb_xkb_id};
 
 /// Throws away what has arrived. False when the server has gone.
 bool drain(xcb_connection_t* connection) {
@@ -76,16 +80,18 @@ class Session::Pool {
  private:
   static constexpr std::size_t maxIdle = 4;
 
-  /// An idle connection whose server is still there. What has arrived on it since is thrown away.
+  /// An idle connection whose server is still there. What has arrived on any of them since is
+  /// thrown away: every change of the keyboard map is announced to all.
   Connection takeIdle() {
-    while (!idle_.empty()) {
-      Connection connection = std::move(idle_.back());
-      idle_.pop_back();
-      if (drain(connection.get())) {
-        return connection;
-      }
+    idle_.erase(std::remove_if(idle_.begin(), idle_.end(),
+                               [](const Connection& idle) { return !drain(idle.get()); }),
+                idle_.end());
+    if (idle_.empty()) {
+      return nullptr;
     }
-    return nullptr;
+    Connection connection = std::move(idle_.back());
+    idle_.pop_back();
+    return connection;
   }
 
   bool startConnecting() {
@@ -111,6 +117,10 @@ class Session::Pool {
     }
     for (xcb_extension_t* const extension : extensionsInUse) {
       xcb_get_extension_data(connection.get(), extension);
+    }
+    if (xcb_get_extension_data(connection.get(), &xcb_xkb_id)->present != 0) {
+      const Reply<xcb_xkb_use_extension_reply_t> used(xcb_xkb_use_extension_reply(
+          connection.get(), xcb_xkb_use_extension(connection.get(), 1, 0), nullptr));
     }
     return connection;
   }
@@ -145,18 +155,22 @@ Session::Session(Connection connection, Clock::time_point deadline)
     : connection_(std::move(connection)), deadline_(deadline) {}
 
 Session::~Session() {
-  if (alive()) {
+  if (alive() && xcb_flush(connection_.get()) > 0) {
     Pool::shared().giveBack(std::move(connection_));
   }
 }
 
 bool Session::renew(Clock::time_point deadline) {
   deadline_ = deadline;
-  return connection_ && drain(connection_.get());
+  return alive() && drain(connection_.get());
 }
 
 bool Session::alive() const {
-  return connection_ && xcb_connection_has_error(connection_.get()) == 0;
+  return connection_ && !late_ && xcb_connection_has_error(connection_.get()) == 0;
+}
+
+const xcb_screen_t& Session::screen() const {
+  return *xcb_setup_roots_iterator(xcb_get_setup(connection_.get())).data;
 }
 
 bool Session::has(xcb_extension_t& extension) const {
@@ -164,27 +178,49 @@ bool Session::has(xcb_extension_t& extension) const {
   return data && data->present != 0;
 }
 
-const xcb_screen_t& Session::screen() const {
-  return *xcb_setup_roots_iterator(xcb_get_setup(connection_.get())).data;
+bool Session::roundTrip() {
+  return await<xcb_get_input_focus_reply_t>(xcb_get_input_focus(connection_.get()).sequence) !=
+         nullptr;
+}
+
+xcb_atom_t Session::atom(std::string_view name) {
+  const auto reply = await<xcb_intern_atom_reply_t>(
+      xcb_intern_atom(connection_.get(), /*only_if_exists=*/0,
+                      static_cast<std::uint16_t>(name.size()), name.data())
+          .sequence);
+  return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
+}
+
+Reply<xcb_generic_event_t> Session::awaitEvent(Clock::time_point deadline) {
+  while (!late_ && xcb_flush(connection_.get()) > 0) {
+    if (Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection_.get())}) {
+      return event;
+    }
+    if (!awaitInput(deadline)) {
+      break;
+    }
+  }
+  return nullptr;
 }
 
 void* Session::awaitReply(unsigned int sequence) {
-  while (connection_ && xcb_flush(connection_.get()) > 0) {
+  while (!late_ && xcb_flush(connection_.get()) > 0) {
     void* reply = nullptr;
     xcb_generic_error_t* error = nullptr;
     if (xcb_poll_for_reply(connection_.get(), sequence, &reply, &error) != 0) {
       const Reply<xcb_generic_error_t> refusal(error);
       return reply;
     }
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now()).count();
-    pollfd socket{xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
-    if (left <= 0 || (poll(&socket, 1, static_cast<int>(left)) == 0)) {
-      // What the server may still answer must not reach the next user.
-      connection_.reset();
-    }
+    late_ = !awaitInput(deadline_);
   }
   return nullptr;
+}
+
+/// Waits until there is something to read. False when nothing comes in time.
+bool Session::awaitInput(Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  pollfd socket{xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
+  return left > 0 && poll(&socket, 1, static_cast<int>(left)) != 0;
 }
 
 }  // namespace tervain::X11

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 namespace tervain::X11 {
 
@@ -52,6 +53,15 @@ class Session {
   /// The first screen.
   [[nodiscard]] const xcb_screen_t& screen() const;
 
+  /// The atom of a name; none when the server doesn't tell.
+  xcb_atom_t atom(std::string_view name);
+
+  /// Waits for an event, until the deadline given here. Null when none comes.
+  Reply<xcb_generic_event_t> awaitEvent(Clock::time_point deadline);
+
+  /// Waits until the server has carried out every request so far. False when it doesn't in time.
+  bool roundTrip();
+
   /// Waits for the reply to a request: `await<xcb_get_image_reply_t>(xcb_get_image(…).sequence)`.
   template <class T>
   Reply<T> await(unsigned int sequence) {
@@ -67,9 +77,11 @@ class Session {
 
   Session(Connection connection, Clock::time_point deadline);
   void* awaitReply(unsigned int sequence);
+  bool awaitInput(Clock::time_point deadline);
 
   Connection connection_;
   Clock::time_point deadline_;
+  bool late_ = false;  // what the server may still answer must not reach the next user
 };
 
 }  // namespace tervain::X11

@@ -1,0 +1,203 @@
+#include "Desktop/InputDesktop.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <xcb/xproto.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "Platform/Linux/Xkb.h"
+#include "Support/Deadline.h"
+#include "VMAgentCore/IO.h"
+#include "VMAgentCore/SpawnGroupLeader.h"
+#include "VMAgentCore/System.h"
+
+namespace tervain::test {
+namespace {
+
+X11::Session openSession() {
+  auto session = X11::Session::open(X11::Clock::now() + std::chrono::hours(1));
+  if (!session) {
+    ADD_FAILURE() << "there is no desktop";
+    std::abort();
+  }
+  return std::move(*session);
+}
+
+}  // namespace
+
+std::map<std::string, std::string> desktopEnvironment() {
+  std::map<std::string, std::string> environment;
+  for (const char* name : {"DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"}) {
+    if (const char* value = std::getenv(name)) {
+      environment[name] = value;
+    }
+  }
+  return environment;
+}
+
+Program::Program(const std::vector<std::string>& command) {
+  System::Pipe out = System::makePipe();
+  const UniqueFD null(open("/dev/null", O_RDWR | O_CLOEXEC));
+  pid_ = spawnGroupLeader(command.front(), std::span(command).subspan(1), processEnvironment(),
+                          null.get(), out.writeEnd.get(), null.get());
+  out_ = std::move(out.readEnd);
+}
+
+Program::~Program() {
+  if (pid_ > 0) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+}
+
+std::string Program::readLine() const {
+  std::string line;
+  char c = 0;
+  while (readSome(out_.get(), {&c, 1}) == 1 && c != '\n') {
+    line += c;
+  }
+  return line;
+}
+
+std::optional<std::string> Program::output() {
+  if (!eventually([this] { return waitpid(pid_, nullptr, WNOHANG) == pid_; })) {
+    return std::nullopt;
+  }
+  pid_ = -1;
+  char text[4096];
+  const ssize_t n = readSome(out_.get(), text);
+  return std::string(text, n > 0 ? static_cast<std::size_t>(n) : 0);
+}
+
+Witness::Witness() : x11_(openSession()), window_(xcb_generate_id(x11_.get())) {
+  const std::uint32_t values[] = {
+      1, XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_KEY_RELEASE | XCB_EVENT_MASK_BUTTON_PRESS |
+             XCB_EVENT_MASK_BUTTON_RELEASE | XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+  xcb_create_window(x11_.get(), XCB_COPY_FROM_PARENT, window_, x11_.screen().root, 0, 0, 1920, 1080,
+                    0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                    XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+}
+
+Witness::~Witness() {
+  xcb_destroy_window(x11_.get(), window_);
+}
+
+void Witness::watchInput() {
+  xcb_map_window(x11_.get(), window_);
+  while (const auto event = x11_.awaitEvent(Clock::now() + patience)) {
+    if ((event->response_type & 0x7F) == XCB_MAP_NOTIFY) {
+      break;
+    }
+  }
+  xcb_set_input_focus(x11_.get(), XCB_INPUT_FOCUS_POINTER_ROOT, window_, XCB_CURRENT_TIME);
+  ASSERT_TRUE(x11_.roundTrip());
+}
+
+std::vector<Witness::Seen> Witness::seen(std::size_t count) {
+  std::vector<Seen> all;
+  while (all.size() < count) {
+    const auto event = x11_.awaitEvent(Clock::now() + std::chrono::seconds(2));
+    if (!event) {
+      break;
+    }
+    const unsigned type = event->response_type & 0x7FU;
+    if (type < XCB_KEY_PRESS || type > XCB_BUTTON_RELEASE) {
+      continue;
+    }
+    const auto& input = reinterpret_cast<const xcb_key_press_event_t&>(*event);
+    Seen seen{static_cast<Seen::Kind>(type - XCB_KEY_PRESS), input.detail, input.state & 0xFFU};
+    if (type == XCB_KEY_PRESS || type == XCB_KEY_RELEASE) {
+      const auto map = keyboardMap();
+      const unsigned group = (input.state >> 13U) & 3U;
+      const std::size_t columns = map.size() / 248;
+      seen.what = map[(input.detail - 8U) * columns + group * 2];
+    }
+    all.push_back(seen);
+  }
+  return all;
+}
+
+std::pair<int, int> Witness::pointer() {
+  const auto reply = x11_.await<xcb_query_pointer_reply_t>(
+      xcb_query_pointer(x11_.get(), x11_.screen().root).sequence);
+  return {reply->root_x, reply->root_y};
+}
+
+std::vector<xcb_keysym_t> Witness::keyboardMap() {
+  const auto reply = x11_.await<xcb_get_keyboard_mapping_reply_t>(
+      xcb_get_keyboard_mapping(x11_.get(), 8, 248).sequence);
+  const xcb_keysym_t* const symbols = xcb_get_keyboard_mapping_keysyms(reply.get());
+  return {symbols, symbols + xcb_get_keyboard_mapping_keysyms_length(reply.get())};
+}
+
+void Witness::lock(std::uint8_t modifiers, std::uint8_t group) {
+  xcb_xkb_latch_lock_state(x11_.get(), XCB_XKB_ID_USE_CORE_KBD, 0xFF, modifiers, 1, group, 0, 0, 0);
+  ASSERT_TRUE(x11_.roundTrip());
+}
+
+std::pair<int, int> Witness::locks() {
+  const auto state = x11_.await<xcb_xkb_get_state_reply_t>(
+      xcb_xkb_get_state(x11_.get(), XCB_XKB_ID_USE_CORE_KBD).sequence);
+  return {state->lockedMods, state->lockedGroup};
+}
+
+std::uint32_t Witness::cardinal(xcb_window_t window, const char* property) {
+  const auto reply = x11_.await<xcb_get_property_reply_t>(
+      xcb_get_property(x11_.get(), 0, window, x11_.atom(property), XCB_GET_PROPERTY_TYPE_ANY, 0, 1)
+          .sequence);
+  if (!reply || reply->value_len == 0) {
+    return 0;
+  }
+  return *static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
+}
+
+/// Whether a window or one right inside it gets the keys.
+bool Witness::hasFocus(xcb_window_t window) {
+  const auto focus =
+      x11_.await<xcb_get_input_focus_reply_t>(xcb_get_input_focus(x11_.get()).sequence);
+  const auto tree =
+      x11_.await<xcb_query_tree_reply_t>(xcb_query_tree(x11_.get(), focus->focus).sequence);
+  return focus->focus == window || (tree && tree->parent == window);
+}
+
+Witness::Window Witness::awaitActive(pid_t pid) {
+  xcb_window_t active = XCB_NONE;
+  const bool found = eventually([&] {
+    active = cardinal(x11_.screen().root, "_NET_ACTIVE_WINDOW");
+    return active != XCB_NONE && cardinal(active, "_NET_WM_PID") == static_cast<std::uint32_t>(pid);
+  });
+  EXPECT_TRUE(found) << "no window of the program gets active";
+  const auto size =
+      x11_.await<xcb_get_geometry_reply_t>(xcb_get_geometry(x11_.get(), active).sequence);
+  const auto place = x11_.await<xcb_translate_coordinates_reply_t>(
+      xcb_translate_coordinates(x11_.get(), active, x11_.screen().root, 0, 0).sequence);
+  if (!size || !place) {
+    return {};
+  }
+  return {place->dst_x, place->dst_y, size->width, size->height};
+}
+
+std::string Witness::clipboard() {
+  const xcb_atom_t property = x11_.atom("TERVAIN_TEST");
+  xcb_convert_selection(x11_.get(), window_, x11_.atom("CLIPBOARD"), x11_.atom("UTF8_STRING"),
+                        property, XCB_CURRENT_TIME);
+  while (const auto event = x11_.awaitEvent(Clock::now() + std::chrono::seconds(5))) {
+    if ((event->response_type & 0x7F) == XCB_SELECTION_NOTIFY) {
+      break;
+    }
+  }
+  const auto reply = x11_.await<xcb_get_property_reply_t>(
+      xcb_get_property(x11_.get(), /*_delete=*/1, window_, property, XCB_GET_PROPERTY_TYPE_ANY, 0,
+                       65'536)
+          .sequence);
+  if (!reply) {
+    return {};
+  }
+  return {static_cast<const char*>(xcb_get_property_value(reply.get())),
+          static_cast<std::size_t>(xcb_get_property_value_length(reply.get()))};
+}
+
+}  // namespace tervain::test
