@@ -24,6 +24,13 @@ struct ConnectionHandler::Operation {
 /// Every ordinary operation. "exec" and "shell-events" write their own replies and are not here.
 const ConnectionHandler::Operation ConnectionHandler::operations[] = {
     {"ping", [](ConnectionHandler& handler, const Json&) { return handler.opPing(); }},
+    {"ax_dump", [](ConnectionHandler& handler, const Json& r) { return handler.opAXDump(r); }},
+    {"ax_element_at",
+     [](ConnectionHandler& handler, const Json& r) { return handler.opAXElementAt(r); }},
+    {"ax_action", [](ConnectionHandler& handler, const Json& r) { return handler.opAXAction(r); }},
+    {"ax_set_value",
+     [](ConnectionHandler& handler, const Json& r) { return handler.opAXSetValue(r); }},
+    {"ax_focus", [](ConnectionHandler& handler, const Json& r) { return handler.opAXFocus(r); }},
     {"cursor_position",
      [](ConnectionHandler& handler, const Json&) { return handler.opCursorPosition(); }},
 };
