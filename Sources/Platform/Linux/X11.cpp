@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <xcb/randr.h>
+#include <xcb/res.h>
 #include <xcb/xcbext.h>
 
 #include <algorithm>
@@ -93,6 +94,8 @@ class Session::Pool {
     }
     const Reply<xcb_randr_query_version_reply_t> version(xcb_randr_query_version_reply(
         connection.get(), xcb_randr_query_version(connection.get(), 1, 5), nullptr));
+    const Reply<xcb_res_query_version_reply_t> resources(xcb_res_query_version_reply(
+        connection.get(), xcb_res_query_version(connection.get(), 1, 2), nullptr));
     return connection;
   }
 
@@ -124,7 +127,8 @@ Session::Session(Connection connection, Clock::time_point deadline)
     : connection_(std::move(connection)), deadline_(deadline) {}
 
 Session::~Session() {
-  if (connection_ && xcb_connection_has_error(connection_.get()) == 0) {
+  // What the server may still answer must not reach the next user.
+  if (connection_ && !expired_ && xcb_connection_has_error(connection_.get()) == 0) {
     Pool::shared().giveBack(std::move(connection_));
   }
 }
@@ -134,7 +138,7 @@ const xcb_screen_t& Session::screen() const {
 }
 
 void* Session::awaitReply(unsigned int sequence) {
-  while (connection_ && xcb_flush(connection_.get()) > 0) {
+  while (!expired_ && xcb_flush(connection_.get()) > 0) {
     void* reply = nullptr;
     xcb_generic_error_t* error = nullptr;
     if (xcb_poll_for_reply(connection_.get(), sequence, &reply, &error) != 0) {
@@ -144,10 +148,7 @@ void* Session::awaitReply(unsigned int sequence) {
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now()).count();
     pollfd socket{xcb_get_file_descriptor(connection_.get()), POLLIN, 0};
-    if (left <= 0 || (poll(&socket, 1, static_cast<int>(left)) == 0)) {
-      // What the server may still answer must not reach the next user.
-      connection_.reset();
-    }
+    expired_ = left <= 0 || poll(&socket, 1, static_cast<int>(left)) == 0;
   }
   return nullptr;
 }

@@ -36,6 +36,8 @@ class Session {
   Session& operator=(const Session&) = delete;
   ~Session();
 
+  /// Never null, so that requests can be made at any time; their replies are null when the server
+  /// has gone or the time is up.
   [[nodiscard]] xcb_connection_t* get() const { return connection_.get(); }
 
   /// The first screen.
@@ -59,6 +61,7 @@ class Session {
 
   Connection connection_;
   Clock::time_point deadline_;
+  bool expired_ = false;
 };
 
 }  // namespace tervain::X11

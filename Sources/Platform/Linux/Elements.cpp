@@ -1,0 +1,101 @@
+#include "Platform/Linux/Elements.h"
+
+#include <string_view>
+
+namespace tervain {
+namespace {
+
+constexpr const char* accessible = "org.a11y.atspi.Accessible";
+constexpr const char* application = "org.a11y.atspi.Application";
+constexpr std::string_view nullPath = "/org/a11y/atspi/null";
+
+/// Reads one (so) structure. False at the end of the list.
+bool readReference(sd_bus_message* message, AccessibilityBus::Object& object) {
+  const char* bus = nullptr;
+  const char* path = nullptr;
+  if (sd_bus_message_read(message, "(so)", &bus, &path) <= 0) {
+    return false;
+  }
+  object = {bus, path};
+  return true;
+}
+
+Toolkit toolkitNamed(std::string_view name) {
+  // GTK 4 writes its name in capitals, GTK 3 does not.
+  if (name == "GTK") {
+    return Toolkit::gtk4;
+  }
+  if (name == "gtk") {
+    return Toolkit::gtk3;
+  }
+  return name.starts_with("Qt") ? Toolkit::qt : Toolkit::other;
+}
+
+}  // namespace
+
+namespace AccessibilityBus {
+
+std::vector<Object> readObjects(const Answer& answer) {
+  std::vector<Object> objects;
+  if (!answer || sd_bus_message_enter_container(answer.message.get(), 'a', "(so)") <= 0) {
+    return objects;
+  }
+  for (Object object; readReference(answer.message.get(), object);) {
+    if (object.path != nullPath) {
+      objects.push_back(std::move(object));
+    }
+  }
+  return objects;
+}
+
+std::optional<Object> readObject(const Answer& answer) {
+  Object object;
+  if (!answer || !readReference(answer.message.get(), object) || object.path == nullPath) {
+    return std::nullopt;
+  }
+  return object;
+}
+
+std::optional<Object> applicationOf(Connection& connection, pid_t pid,
+                                    std::chrono::milliseconds silence) {
+  const Object registry{"org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root"};
+  const auto applications = readObjects(
+      connection.askNow(connection.method(registry, accessible, "GetChildren"), silence));
+  std::optional<Object> found;
+  for (const Object& candidate : applications) {
+    // The bus answers this itself, so that no application can hold it up.
+    Message question = connection.method({"org.freedesktop.DBus", "/org/freedesktop/DBus"},
+                                         "org.freedesktop.DBus", "GetConnectionUnixProcessID");
+    sd_bus_message_append(question.get(), "s", candidate.bus.c_str());
+    connection.ask(std::move(question), [&found, &candidate, pid](const Answer& answer) {
+      const auto owner = answer.read<std::uint32_t>('u');
+      if (!found && owner && *owner == static_cast<std::uint32_t>(pid)) {
+        found = candidate;
+      }
+    });
+  }
+  connection.run(silence);
+  return found;
+}
+
+}  // namespace AccessibilityBus
+
+Platform::AXElement Platform::applicationElement(pid_t pid,
+                                                 std::chrono::milliseconds messagingTimeout) {
+  auto handle = std::make_shared<AXElement::Handle>();
+  handle->pid = pid;
+  handle->timeout = messagingTimeout;
+  auto* const connection = AccessibilityBus::Connection::ofThisThread();
+  if (connection) {
+    if (auto object = AccessibilityBus::applicationOf(*connection, pid, messagingTimeout)) {
+      handle->object = std::move(*object);
+      const auto name = connection->askNow(
+          connection->property(handle->object, application, "ToolkitName"), messagingTimeout);
+      handle->wasSilent = name.outcome == AccessibilityBus::Outcome::timedOut;
+      handle->toolkit = toolkitNamed(name.readVariant<const char*>('s').value_or(""));
+    }
+  }
+  return AXElement(std::move(handle));
+}
+
+}  // namespace tervain
