@@ -143,6 +143,10 @@ std::optional<Names> namesByPlace(const Kind& kind) {
   if ((kind.role == filler || kind.role == panel) && kind.parentRole == application) {
     return Names{"AXWindow", "AXStandardWindow"};
   }
+  // And what lies inside a window calls itself one as well.
+  if (kind.role == frame && kind.parentRole != application && kind.parentRole != 0) {
+    return Names{"AXGroup", ""};
+  }
   return std::nullopt;
 }
 
@@ -188,7 +192,8 @@ bool needsRoleName(std::uint32_t role) {
 }
 
 bool needsParent(std::uint32_t role) {
-  return isOneOf(role, menuItems) || role == listItem || role == filler || role == panel;
+  return isOneOf(role, menuItems) || role == listItem || role == filler || role == panel ||
+         role == frame;
 }
 
 bool isEntry(std::uint32_t role) {
@@ -222,7 +227,7 @@ std::optional<std::string> actionName(std::string_view action, std::uint32_t rol
       {"menu.popup", "AXShowMenu"}, {"increase", "AXIncrement"},  {"decrease", "AXDecrement"},
       {"increment", "AXIncrement"}, {"decrement", "AXDecrement"},
   };
-  if (equalsWithoutCase(action, "activate") && isEntry(role)) {
+  if (equalsWithoutCase(action, "activate") && (isEntry(role) || role == spinButton)) {
     return "AXConfirm";
   }
   const auto* const found = std::find_if(

@@ -17,6 +17,7 @@ using Handle = AXElement::Handle;
 
 namespace {
 
+constexpr const char* accessible = "org.a11y.atspi.Accessible";
 constexpr const char* component = "org.a11y.atspi.Component";
 constexpr const char* editableText = "org.a11y.atspi.EditableText";
 constexpr const char* valueInterface = "org.a11y.atspi.Value";
@@ -74,7 +75,7 @@ AXError explain(Connection& connection, const Handle& handle, Outcome outcome,
   if (outcome != Outcome::unknown && outcome != Outcome::refused) {
     return errorOf(outcome);
   }
-  auto question = connection.method(handle.object, "org.a11y.atspi.Accessible", "GetRole");
+  auto question = connection.method(handle.object, accessible, "GetRole");
   const Outcome alive = connection.askNow(std::move(question), handle.timeout).outcome;
   return alive == Outcome::answered ? unsupported : errorOf(alive);
 }
@@ -105,11 +106,35 @@ AXError doAction(Connection& connection, const Handle& handle, int index) {
   }
   if (answer.outcome == Outcome::timedOut) {
     // Qt answers only when the dialog is closed that the action has opened, but serves others.
-    auto question = connection.method(handle.object, "org.a11y.atspi.Accessible", "GetRole");
+    auto question = connection.method(handle.object, accessible, "GetRole");
     const Answer alive = connection.askNow(std::move(question), handle.timeout);
     return alive ? AXError::success : AXError::cannotComplete;
   }
   return explain(connection, handle, answer.outcome, AXError::actionUnsupported);
+}
+
+/// Selects an element in its parent.
+AXError select(Connection& connection, const Handle& handle) {
+  const auto index =
+      connection
+          .askNow(connection.method(handle.object, accessible, "GetIndexInParent"), handle.timeout)
+          .read<std::int32_t>('i');
+  const auto answer =
+      connection.askNow(connection.property(handle.object, accessible, "Parent"), handle.timeout);
+  if (!index || !answer || sd_bus_message_enter_container(answer.message.get(), 'v', "(so)") <= 0) {
+    return AXError::cannotComplete;
+  }
+  const auto parent = readObject(answer);
+  if (!parent) {
+    return AXError::invalidUIElement;
+  }
+  Message call = connection.method(*parent, "org.a11y.atspi.Selection", "SelectChild");
+  sd_bus_message_append(call.get(), "i", *index);
+  const Answer selected = connection.askNow(std::move(call), handle.timeout);
+  if (selected) {
+    return selected.read<int>('b').value_or(0) != 0 ? AXError::success : AXError::failure;
+  }
+  return explain(connection, handle, selected.outcome, AXError::actionUnsupported);
 }
 
 AXError writeNumber(Connection& connection, const Handle& handle, double number) {
@@ -199,6 +224,9 @@ AXError performAction(const AXElement& element, const std::string& action) {
       });
   if (offered != facts.actions.end()) {
     return doAction(*target.connection, handle, offered->index);
+  }
+  if (action == "AXPress") {
+    return select(*target.connection, handle);
   }
   return step(*target.connection, handle, *facts.number, action == "AXIncrement" ? 1 : -1);
 }

@@ -301,6 +301,9 @@ std::vector<std::string> actionNamesOf(const Facts& facts) {
       add(std::move(*name));
     }
   }
+  if (facts.kind.role == AXNames::pageTab) {
+    add("AXPress");  // by selecting it
+  }
   if (facts.number && AXNames::isAdjustable(facts.kind.role)) {
     add("AXIncrement");
     add("AXDecrement");
