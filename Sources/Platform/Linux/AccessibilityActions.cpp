@@ -160,7 +160,7 @@ AXError step(Connection& connection, const Handle& handle, double number, int di
   double by = readNumber(connection, handle, "MinimumIncrement");
   if (by <= 0) {
     constexpr double steps = 100;  // for those that don't say
-    by = (greatest - least) / steps;
+    by = std::min(1.0, (greatest - least) / steps);
   }
   double next = number + direction * by;
   if (least < greatest) {
