@@ -187,8 +187,17 @@ Names namesOf(const Kind& kind) {
   return {kind.hasChildren ? "AXGroup" : "AXUnknown", ""};
 }
 
-bool needsRoleName(std::uint32_t role) {
-  return role == pushButton || role == checkBox || role == tableCell || isEntry(role);
+bool needsRoleName(std::uint32_t role, Toolkit toolkit) {
+  if (toolkit == Toolkit::qt) {
+    return role == pushButton || role == tableCell;
+  }
+  return toolkit == Toolkit::gtk4 && (role == checkBox || role == entry);
+}
+
+bool isPassive(std::uint32_t role) {
+  constexpr std::uint32_t separator = 50;
+  return role == filler || role == panel || role == separator || role == staticText ||
+         role == application;
 }
 
 bool needsParent(std::uint32_t role) {

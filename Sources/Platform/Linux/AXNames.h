@@ -79,7 +79,7 @@ struct Names {
 Names namesOf(const Kind& kind);
 
 /// Whether the number of a role says too little without its text.
-bool needsRoleName(std::uint32_t role);
+bool needsRoleName(std::uint32_t role, Toolkit toolkit);
 
 /// Whether the role depends on what the element is in.
 bool needsParent(std::uint32_t role);
@@ -89,6 +89,10 @@ bool isEntry(std::uint32_t role);
 
 /// Whether a toolkit gives as the name what macOS gives as the value.
 bool showsItsName(std::uint32_t role);
+
+/// Whether an element of this role only shows something or holds others. Newer toolkits list
+/// actions of their own making even for those.
+bool isPassive(std::uint32_t role);
 
 /// Whether an element of this role lets its user choose a number.
 bool isAdjustable(std::uint32_t role);

@@ -79,7 +79,7 @@ std::string askSessionBus(Clock::time_point deadline) {
   return told.address;
 }
 
-std::string address(Clock::time_point deadline) {
+std::string addressOfBus(Clock::time_point deadline) {
   if (const char* given = std::getenv("AT_SPI_BUS_ADDRESS"); given && *given) {
     return given;
   }
@@ -133,24 +133,29 @@ Connection* Connection::ofThisThread() {
   thread_local std::unique_ptr<Connection> connection;
   if (!connection || !connection->usable()) {
     connection.reset();
-    connection = open();
+    const Clock::time_point deadline = Clock::now() + openLimit;
+    connection = open(addressOfBus(deadline), With::bus, deadline);
   }
   return connection.get();
 }
 
-std::unique_ptr<Connection> Connection::open() {
-  const Clock::time_point deadline = Clock::now() + openLimit;
-  const std::string where = address(deadline);
+std::unique_ptr<Connection> Connection::toApplication(const std::string& address,
+                                                      std::chrono::milliseconds limit) {
+  return open(address, With::application, Clock::now() + limit);
+}
+
+std::unique_ptr<Connection> Connection::open(const std::string& address, With peer,
+                                             Clock::time_point deadline) {
   sd_bus* made = nullptr;
-  if (where.empty() || sd_bus_new(&made) < 0) {
+  if (address.empty() || sd_bus_new(&made) < 0) {
     return nullptr;
   }
   std::unique_ptr<Connection> connection(new Connection(made));
-  if (sd_bus_set_address(made, where.c_str()) < 0 || sd_bus_set_bus_client(made, 1) < 0 ||
-      sd_bus_start(made) < 0) {
+  if (sd_bus_set_address(made, address.c_str()) < 0 ||
+      sd_bus_set_bus_client(made, peer == With::bus ? 1 : 0) < 0 || sd_bus_start(made) < 0) {
     return nullptr;
   }
-  // Ready means that the bus has answered our greeting.
+  // Ready means that the other side has answered our greeting.
   const bool ready = runUntil(made, deadline, [made] { return sd_bus_is_ready(made) > 0; });
   return ready ? std::move(connection) : nullptr;
 }

@@ -77,6 +77,11 @@ class Connection {
   /// bus to be reached. Waits a second at the most.
   static Connection* ofThisThread();
 
+  /// A connection straight to an application, past the bus, which nearly halves what a call costs.
+  /// Null when the application does not accept it in time.
+  static std::unique_ptr<Connection> toApplication(const std::string& address,
+                                                   std::chrono::milliseconds limit);
+
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
   ~Connection();
@@ -113,7 +118,9 @@ class Connection {
   using Calls = std::list<Call>;
 
   explicit Connection(sd_bus* bus) : bus_(bus) {}
-  static std::unique_ptr<Connection> open();
+  enum class With { bus, application };
+  static std::unique_ptr<Connection> open(const std::string& address, With peer,
+                                          Clock::time_point deadline);
   [[nodiscard]] bool usable() const;
   static int keepReply(sd_bus_message* reply, void* userdata, sd_bus_error* error);
   void send();

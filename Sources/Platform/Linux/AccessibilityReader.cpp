@@ -88,6 +88,11 @@ struct AXReader::State {
       connection_ = nullptr;
       return;
     }
+    const AXElement::Handle& handle = root.handle();
+    if (connection_ && handle.toolkit == Toolkit::gtk3) {
+      straight_ = AccessibilityBus::straightTo(*connection_, handle.object, handle.timeout);
+      connection_ = straight_ ? straight_.get() : connection_;
+    }
     Node& node = add(root, nullptr, {});
     frontier_.emplace(node.path, &node);
     readAhead(node);
@@ -254,6 +259,7 @@ struct AXReader::State {
     return placementOf(read.facts, windowShowing(read.facts, windows));
   }
 
+  std::unique_ptr<Connection> straight_;
   Connection* connection_;
   std::optional<AXWalk> walk_;
   std::unordered_map<const AXElement::Handle*, std::unique_ptr<Node>> nodes_;

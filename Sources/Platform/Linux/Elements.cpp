@@ -6,7 +6,7 @@ namespace tervain {
 namespace {
 
 constexpr const char* accessible = "org.a11y.atspi.Accessible";
-constexpr const char* application = "org.a11y.atspi.Application";
+constexpr const char* applicationInterface = "org.a11y.atspi.Application";
 constexpr std::string_view nullPath = "/org/a11y/atspi/null";
 
 /// Reads one (so) structure. False at the end of the list.
@@ -78,6 +78,14 @@ std::optional<Object> applicationOf(Connection& connection, pid_t pid,
   return found;
 }
 
+std::unique_ptr<Connection> straightTo(Connection& connection, const Object& application,
+                                       std::chrono::milliseconds silence) {
+  const auto answer = connection.askNow(
+      connection.method(application, applicationInterface, "GetApplicationBusAddress"), silence);
+  const auto address = answer.read<const char*>('s');
+  return address ? Connection::toApplication(*address, silence) : nullptr;
+}
+
 }  // namespace AccessibilityBus
 
 Platform::AXElement Platform::applicationElement(pid_t pid,
@@ -90,7 +98,8 @@ Platform::AXElement Platform::applicationElement(pid_t pid,
     if (auto object = AccessibilityBus::applicationOf(*connection, pid, messagingTimeout)) {
       handle->object = std::move(*object);
       const auto name = connection->askNow(
-          connection->property(handle->object, application, "ToolkitName"), messagingTimeout);
+          connection->property(handle->object, applicationInterface, "ToolkitName"),
+          messagingTimeout);
       handle->wasSilent = name.outcome == AccessibilityBus::Outcome::timedOut;
       handle->toolkit = toolkitNamed(name.readVariant<const char*>('s').value_or(""));
     }

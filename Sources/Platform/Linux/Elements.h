@@ -29,6 +29,10 @@ namespace AccessibilityBus {
 std::optional<Object> applicationOf(Connection& connection, pid_t pid,
                                     std::chrono::milliseconds silence);
 
+/// A connection straight to an application, where it offers one: GTK 3 does. Null otherwise.
+std::unique_ptr<Connection> straightTo(Connection& connection, const Object& application,
+                                       std::chrono::milliseconds silence);
+
 /// The objects that an answer lists; null objects are left out.
 std::vector<Object> readObjects(const Answer& answer);
 

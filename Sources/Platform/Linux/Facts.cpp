@@ -31,7 +31,7 @@ constexpr int maxText = 4096;
 constexpr int maxWholeList = 256;
 
 /// How many of a combo box's children are looked at for a text field.
-constexpr std::size_t maxLookedInto = 3;
+constexpr int maxLookedInto = 2;
 
 /// One reading under way: waves of questions, each of which waits for the answers to the one
 /// before. It lives as long as its questions do.
@@ -41,17 +41,17 @@ class Reading : public std::enable_shared_from_this<Reading> {
           const FactsWanted& wanted, FactsHandler done)
       : connection_(connection), object_(element.object), wanted_(wanted), done_(std::move(done)) {
     facts_.toolkit = element.toolkit;
+    isApplication_ = element.window.empty();
   }
 
+  /// First what tells whether it shows: many elements don't, and are not asked for more.
   void start() {
-    ask(connection_.method(object_, accessible, "GetInterfaces"),
-        [this](const Answer& answer) { keepInterfaces(answer); });
-    ask(connection_.method(object_, accessible, "GetRole"), [this](const Answer& answer) {
-      facts_.kind.role = answer.read<std::uint32_t>('u').value_or(0);
-    });
     ask(connection_.method(object_, accessible, "GetState"),
         [this](const Answer& answer) { keepStates(answer); });
-    next_ = &Reading::askForContents;
+    if (!isApplication_) {
+      askForExtents();
+    }
+    next_ = &Reading::askForItself;
   }
 
  private:
@@ -84,11 +84,11 @@ class Reading : public std::enable_shared_from_this<Reading> {
     }
   }
 
-  /// Of the questions of the first wave each must be answered; those of later ones need not be.
+  /// An element must at least be able to tell its states; what else it can't tell is left out.
   void noteFailure(Outcome outcome) {
-    const bool fatal = firstWave_ || outcome == Outcome::timedOut || outcome == Outcome::noBus ||
+    const bool fatal = outcome == Outcome::timedOut || outcome == Outcome::noBus ||
                        outcome == Outcome::noOwner || outcome == Outcome::noReply;
-    if (fatal) {
+    if (fatal || !hasStates_) {
       outcome_ = outcome;
     }
   }
@@ -99,7 +99,6 @@ class Reading : public std::enable_shared_from_this<Reading> {
     sd_bus_message_enter_container(message, 'a', "s");
     while (sd_bus_message_read_basic(message, 's', &name) > 0) {
       const std::string_view interface = name;
-      hasComponent_ = hasComponent_ || interface == component;
       hasText_ = hasText_ || interface == textInterface;
       hasValue_ = hasValue_ || interface == valueInterface;
       hasActions_ = hasActions_ || interface == action;
@@ -108,6 +107,7 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void keepStates(const Answer& answer) {
+    hasStates_ = true;
     const void* words = nullptr;
     std::size_t size = 0;
     if (sd_bus_message_read_array(answer.message.get(), 'u', &words, &size) > 0) {
@@ -117,14 +117,27 @@ class Reading : public std::enable_shared_from_this<Reading> {
     }
   }
 
-  void askForContents() {
-    firstWave_ = false;
-    if (!facts_.shows()) {
+  void askForItself() {
+    if (!isApplication_ && !facts_.shows()) {
       return;
     }
-    askForName();
-    if (hasComponent_) {
-      askForExtents();
+    ask(connection_.method(object_, accessible, "GetRole"), [this](const Answer& answer) {
+      facts_.kind.role = answer.read<std::uint32_t>('u').value_or(0);
+    });
+    ask(connection_.method(object_, accessible, "GetInterfaces"),
+        [this](const Answer& answer) { keepInterfaces(answer); });
+    ask(connection_.property(object_, accessible, "Name"), [this](const Answer& answer) {
+      facts_.name = answer.readVariant<const char*>('s').value_or("");
+    });
+    askForChildren();
+    next_ = &Reading::askForContents;
+  }
+
+  void askForContents() {
+    if (AXNames::needsRoleName(facts_.kind.role, facts_.toolkit)) {
+      ask(connection_.method(object_, accessible, "GetRoleName"), [this](const Answer& answer) {
+        facts_.kind.roleName = answer.read<const char*>('s').value_or("");
+      });
     }
     if (hasText_) {
       askForText();
@@ -133,22 +146,13 @@ class Reading : public std::enable_shared_from_this<Reading> {
       ask(connection_.property(object_, valueInterface, "CurrentValue"),
           [this](const Answer& answer) { facts_.number = answer.readVariant<double>('d'); });
     }
-    if (hasActions_) {
+    if (hasActions_ && !AXNames::isPassive(facts_.kind.role)) {
       ask(connection_.method(object_, action, "GetActions"),
           [this](const Answer& answer) { keepActions(answer); });
     }
-    askForSurroundings();
-  }
-
-  void askForName() {
-    ask(connection_.property(object_, accessible, "Name"), [this](const Answer& answer) {
-      facts_.name = answer.readVariant<const char*>('s').value_or("");
-    });
-    const bool mayDiffer = facts_.toolkit == Toolkit::gtk4 || facts_.toolkit == Toolkit::qt;
-    if (mayDiffer && AXNames::needsRoleName(facts_.kind.role)) {
-      ask(connection_.method(object_, accessible, "GetRoleName"), [this](const Answer& answer) {
-        facts_.kind.roleName = answer.read<const char*>('s').value_or("");
-      });
+    askForParent();
+    if (facts_.kind.role == AXNames::comboBox) {
+      askForEntry();
     }
   }
 
@@ -183,23 +187,12 @@ class Reading : public std::enable_shared_from_this<Reading> {
     }
   }
 
-  /// What is around the element: its children and, where they matter, their and its parent's roles.
-  void askForSurroundings() {
-    if (facts_.kind.role == AXNames::comboBox) {
-      wanted_.maxChildren = std::max(wanted_.maxChildren, maxLookedInto);
-      next_ = &Reading::lookIntoComboBox;
-    }
+  void askForChildren() {
     if (wanted_.maxChildren == 0 || facts_.has(State::managesDescendants)) {
       ask(connection_.property(object_, accessible, "ChildCount"),
           [this](const Answer& answer) { keepChildCount(answer); });
     } else {
       askForAllChildren();
-    }
-    if (wanted_.parentRole) {
-      facts_.kind.parentRole = *wanted_.parentRole;
-    } else if (AXNames::needsParent(facts_.kind.role)) {
-      ask(connection_.property(object_, accessible, "Parent"),
-          [this](const Answer& answer) { askForParentRole(answer); });
     }
   }
 
@@ -234,6 +227,16 @@ class Reading : public std::enable_shared_from_this<Reading> {
     }
   }
 
+  /// The role of the parent, where it matters.
+  void askForParent() {
+    if (wanted_.parentRole) {
+      facts_.kind.parentRole = *wanted_.parentRole;
+    } else if (AXNames::needsParent(facts_.kind.role)) {
+      ask(connection_.property(object_, accessible, "Parent"),
+          [this](const Answer& answer) { askForParentRole(answer); });
+    }
+  }
+
   void askForParentRole(const Answer& answer) {
     if (sd_bus_message_enter_container(answer.message.get(), 'v', "(so)") <= 0) {
       return;
@@ -245,14 +248,19 @@ class Reading : public std::enable_shared_from_this<Reading> {
     }
   }
 
-  void lookIntoComboBox() {
-    const std::size_t count = std::min(facts_.children.size(), maxLookedInto);
-    for (std::size_t i = 0; i < count; ++i) {
-      ask(connection_.method(facts_.children[i], accessible, "GetRole"),
-          [this](const Answer& answer) {
-            const auto role = answer.read<std::uint32_t>('u');
+  /// Whether a combo box has a text field among its first children.
+  void askForEntry() {
+    for (int i = 0; i < maxLookedInto; ++i) {
+      Message question = connection_.method(object_, accessible, "GetChildAtIndex");
+      sd_bus_message_append(question.get(), "i", i);
+      ask(std::move(question), [this](const Answer& answer) {
+        if (const auto child = readObject(answer)) {
+          ask(connection_.method(*child, accessible, "GetRole"), [this](const Answer& roleAnswer) {
+            const auto role = roleAnswer.read<std::uint32_t>('u');
             facts_.kind.hasEntry = facts_.kind.hasEntry || (role && AXNames::isEntry(*role));
           });
+        }
+      });
     }
   }
 
@@ -264,8 +272,8 @@ class Reading : public std::enable_shared_from_this<Reading> {
   Outcome outcome_ = Outcome::answered;
   int open_ = 0;  // questions that wait for their answers
   Wave next_ = nullptr;
-  bool firstWave_ = true;
-  bool hasComponent_ = false;
+  bool hasStates_ = false;
+  bool isApplication_ = false;
   bool hasText_ = false;
   bool hasValue_ = false;
   bool hasActions_ = false;
