@@ -26,6 +26,9 @@ constexpr std::chrono::seconds maxReading{10};
 /// How many elements are asked about at once. More would only wait in the application's queue.
 constexpr std::size_t maxUnderWay = 48;
 
+/// With so few elements under way, most of the time is spent waiting for single answers.
+constexpr std::size_t fewUnderWay = 6;
+
 /// Where an element is in its tree: the index of each ancestor among its siblings, and its own. In
 /// lexicographic order these are in the order of a depth-first walk.
 using Path = std::vector<std::uint32_t>;
@@ -194,6 +197,7 @@ struct AXReader::State {
   void startReading(Node& node) {
     ++underWay_;
     FactsWanted wanted;
+    wanted.atOnce = underWay_ <= fewUnderWay;
     wanted.maxChildren = looksBelow(node) ? walk_->maxChildren : 0;
     if (node.parent) {
       wanted.parentRole = node.parent->facts.kind.role;

@@ -56,26 +56,55 @@ std::optional<Object> readObject(const Answer& answer) {
   return object;
 }
 
-std::optional<Object> applicationOf(Connection& connection, pid_t pid,
-                                    std::chrono::milliseconds silence) {
+namespace {
+
+/// Asks which process is behind a connection. The bus answers this itself, so that no application
+/// can hold it up.
+void askForProcess(Connection& connection, const Object& object,
+                   std::function<void(std::optional<std::uint32_t>)> done) {
+  Message question = connection.method({"org.freedesktop.DBus", "/org/freedesktop/DBus"},
+                                       "org.freedesktop.DBus", "GetConnectionUnixProcessID");
+  sd_bus_message_append(question.get(), "s", object.bus.c_str());
+  connection.ask(std::move(question), [done = std::move(done)](const Answer& answer) {
+    done(answer.read<std::uint32_t>('u'));
+  });
+}
+
+std::optional<Object> findApplication(Connection& connection, pid_t pid,
+                                      std::chrono::milliseconds silence) {
   const Object registry{"org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root"};
   const auto applications = readObjects(
       connection.askNow(connection.method(registry, accessible, "GetChildren"), silence));
   std::optional<Object> found;
   for (const Object& candidate : applications) {
-    // The bus answers this itself, so that no application can hold it up.
-    Message question = connection.method({"org.freedesktop.DBus", "/org/freedesktop/DBus"},
-                                         "org.freedesktop.DBus", "GetConnectionUnixProcessID");
-    sd_bus_message_append(question.get(), "s", candidate.bus.c_str());
-    connection.ask(std::move(question), [&found, &candidate, pid](const Answer& answer) {
-      const auto owner = answer.read<std::uint32_t>('u');
-      if (!found && owner && *owner == static_cast<std::uint32_t>(pid)) {
-        found = candidate;
-      }
-    });
+    askForProcess(connection, candidate,
+                  [&found, &candidate, pid](std::optional<std::uint32_t> owner) {
+                    if (!found && owner == static_cast<std::uint32_t>(pid)) {
+                      found = candidate;
+                    }
+                  });
   }
   connection.run(silence);
   return found;
+}
+
+}  // namespace
+
+std::optional<Object> applicationOf(Connection& connection, pid_t pid,
+                                    std::chrono::milliseconds silence) {
+  // The latest one found is mostly asked for again. The bus never gives its name to another.
+  thread_local Object latest;
+  bool still = false;
+  if (!latest.bus.empty()) {
+    askForProcess(connection, latest, [&still, pid](std::optional<std::uint32_t> owner) {
+      still = owner == static_cast<std::uint32_t>(pid);
+    });
+    connection.run(silence);
+  }
+  if (!still) {
+    latest = findApplication(connection, pid, silence).value_or(Object{});
+  }
+  return latest.bus.empty() ? std::nullopt : std::optional(latest);
 }
 
 std::unique_ptr<Connection> straightTo(Connection& connection, const Object& application,

@@ -51,7 +51,10 @@ class Reading : public std::enable_shared_from_this<Reading> {
     if (!isApplication_) {
       askForExtents();
     }
-    next_ = &Reading::askForItself;
+    if (wanted_.atOnce) {
+      askForItself();
+    }
+    next_ = &Reading::goOnIfItShows;
   }
 
  private:
@@ -117,10 +120,20 @@ class Reading : public std::enable_shared_from_this<Reading> {
     }
   }
 
-  void askForItself() {
+  void goOnIfItShows() {
     if (!isApplication_ && !facts_.shows()) {
       return;
     }
+    askForChildren();
+    if (wanted_.atOnce) {
+      askForContents();
+    } else {
+      askForItself();
+      next_ = &Reading::askForContents;
+    }
+  }
+
+  void askForItself() {
     ask(connection_.method(object_, accessible, "GetRole"), [this](const Answer& answer) {
       facts_.kind.role = answer.read<std::uint32_t>('u').value_or(0);
     });
@@ -129,8 +142,6 @@ class Reading : public std::enable_shared_from_this<Reading> {
     ask(connection_.property(object_, accessible, "Name"), [this](const Answer& answer) {
       facts_.name = answer.readVariant<const char*>('s').value_or("");
     });
-    askForChildren();
-    next_ = &Reading::askForContents;
   }
 
   void askForContents() {

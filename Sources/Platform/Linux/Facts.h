@@ -55,6 +55,8 @@ struct FactsWanted {
   std::size_t maxChildren = 0;  ///< how many children at the least, if there are so many
   /// The role of the parent where the caller knows it; otherwise it is asked where it matters.
   std::optional<std::uint32_t> parentRole;
+  /// Whether to ask for more at a time than may be needed: sooner done, for one element.
+  bool atOnce = true;
 };
 
 /// What became of the reading, and the facts if it is `answered`.

@@ -43,7 +43,7 @@ Children visibleChildren(Connection& connection, const Handle& parent) {
     children.list.push_back({std::move(handle), {}});
   }
   for (Child& child : children.list) {
-    readFacts(connection, child.handle, {0, 0}, [&child](Outcome outcome, Facts facts) {
+    readFacts(connection, child.handle, {0, 0, false}, [&child](Outcome outcome, Facts facts) {
       if (outcome == Outcome::answered) {
         child.facts = std::move(facts);
       }

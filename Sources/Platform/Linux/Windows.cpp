@@ -12,25 +12,27 @@ namespace {
 
 constexpr std::uint32_t maxWords = 65536;  // how much of a property is read, in words of 32 bits
 
-xcb_atom_t atom(Session& x11, std::string_view name) {
-  const auto reply = x11.await<xcb_intern_atom_reply_t>(
-      xcb_intern_atom(x11.get(), /*only_if_exists=*/1, static_cast<std::uint16_t>(name.size()),
-                      name.data())
-          .sequence);
+using PropertyReply = Reply<xcb_get_property_reply_t>;
+
+xcb_intern_atom_cookie_t askForAtom(Session& x11, std::string_view name) {
+  return xcb_intern_atom(x11.get(), /*only_if_exists=*/1, static_cast<std::uint16_t>(name.size()),
+                         name.data());
+}
+
+xcb_atom_t keepAtom(Session& x11, xcb_intern_atom_cookie_t cookie) {
+  const auto reply = x11.await<xcb_intern_atom_reply_t>(cookie.sequence);
   return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
 }
 
-Reply<xcb_get_property_reply_t> property(Session& x11, xcb_window_t window, std::string_view name) {
-  const xcb_atom_t key = atom(x11, name);
-  if (key == XCB_ATOM_NONE) {
-    return nullptr;
-  }
-  return x11.await<xcb_get_property_reply_t>(
-      xcb_get_property(x11.get(), 0, window, key, XCB_GET_PROPERTY_TYPE_ANY, 0, maxWords).sequence);
+xcb_atom_t atom(Session& x11, std::string_view name) {
+  return keepAtom(x11, askForAtom(x11, name));
 }
 
-std::vector<std::uint32_t> words(Session& x11, xcb_window_t window, std::string_view name) {
-  const auto reply = property(x11, window, name);
+xcb_get_property_cookie_t askForProperty(Session& x11, xcb_window_t window, xcb_atom_t key) {
+  return xcb_get_property(x11.get(), 0, window, key, XCB_GET_PROPERTY_TYPE_ANY, 0, maxWords);
+}
+
+std::vector<std::uint32_t> words(const PropertyReply& reply) {
   if (!reply || reply->format != 32) {
     return {};
   }
@@ -38,35 +40,60 @@ std::vector<std::uint32_t> words(Session& x11, xcb_window_t window, std::string_
   return {first, first + reply->value_len};
 }
 
-std::string text(Session& x11, xcb_window_t window, std::string_view name) {
-  const auto reply = property(x11, window, name);
+std::vector<std::uint32_t> words(Session& x11, xcb_window_t window, std::string_view name) {
+  const auto cookie = askForProperty(x11, window, atom(x11, name));
+  return words(x11.await<xcb_get_property_reply_t>(cookie.sequence));
+}
+
+std::string text(const PropertyReply& reply) {
   if (!reply || reply->format != 8) {
     return {};
   }
   return {static_cast<const char*>(xcb_get_property_value(reply.get())), reply->value_len};
 }
 
-std::optional<Rectangle> placeOf(Session& x11, xcb_window_t window) {
-  const auto geometry =
-      x11.await<xcb_get_geometry_reply_t>(xcb_get_geometry(x11.get(), window).sequence);
-  if (!geometry) {
-    return std::nullopt;
-  }
-  const auto origin = x11.await<xcb_translate_coordinates_reply_t>(
-      xcb_translate_coordinates(x11.get(), window, x11.screen().root, 0, 0).sequence);
-  if (!origin) {
-    return std::nullopt;
-  }
-  return Rectangle{origin->dst_x, origin->dst_y, geometry->width, geometry->height};
+/// The names of the properties that tell about a window.
+struct Atoms {
+  xcb_atom_t title;
+  xcb_atom_t shadow;
+};
+
+Atoms internAtoms(Session& x11) {
+  const auto title = askForAtom(x11, "_NET_WM_NAME");
+  const auto shadow = askForAtom(x11, "_GTK_FRAME_EXTENTS");
+  return {keepAtom(x11, title), keepAtom(x11, shadow)};
 }
 
-std::optional<Window> describe(Session& x11, xcb_window_t id, pid_t pid) {
-  const auto place = placeOf(x11, id);
-  if (!place) {
+/// Everything about a window, asked for at once.
+struct Questions {
+  Questions(Session& x11, const Atoms& atoms, xcb_window_t window)
+      : id(window),
+        geometry(xcb_get_geometry(x11.get(), window)),
+        origin(xcb_translate_coordinates(x11.get(), window, x11.screen().root, 0, 0)),
+        title(askForProperty(x11, window, atoms.title)),
+        shadow(askForProperty(x11, window, atoms.shadow)) {}
+
+  xcb_window_t id;
+  xcb_get_geometry_cookie_t geometry;
+  xcb_translate_coordinates_cookie_t origin;
+  xcb_get_property_cookie_t title;
+  xcb_get_property_cookie_t shadow;
+};
+
+std::optional<Window> describe(Session& x11, const Questions& asked, pid_t pid) {
+  const auto geometry = x11.await<xcb_get_geometry_reply_t>(asked.geometry.sequence);
+  const auto origin = x11.await<xcb_translate_coordinates_reply_t>(asked.origin.sequence);
+  const auto title = x11.await<xcb_get_property_reply_t>(asked.title.sequence);
+  const auto shadow = words(x11.await<xcb_get_property_reply_t>(asked.shadow.sequence));
+  if (!geometry || !origin) {
     return std::nullopt;
   }
-  Window window{id, pid, *place, text(x11, id, "_NET_WM_NAME"), std::nullopt};
-  if (const auto shadow = words(x11, id, "_GTK_FRAME_EXTENTS"); shadow.size() == 4) {
+  Window window{asked.id,
+                pid,
+                {origin->dst_x, origin->dst_y, geometry->width, geometry->height},
+                text(title),
+                std::nullopt};
+  if (shadow.size() == 4) {
     window.shadow = {static_cast<int>(shadow[0]), static_cast<int>(shadow[1]),
                      static_cast<int>(shadow[2]), static_cast<int>(shadow[3])};
   }
@@ -115,10 +142,17 @@ std::optional<pid_t> activeProcess(Session& x11) {
 }
 
 std::vector<Window> windowsOf(Session& x11, pid_t pid) {
+  const auto ids = words(x11, x11.screen().root, "_NET_CLIENT_LIST_STACKING");
+  const Atoms atoms = internAtoms(x11);
+  std::vector<Questions> asked;
+  for (const xcb_window_t id : ids) {
+    if (processOf(x11, id) == pid) {
+      asked.emplace_back(x11, atoms, id);
+    }
+  }
   std::vector<Window> windows;
-  for (const xcb_window_t id : words(x11, x11.screen().root, "_NET_CLIENT_LIST_STACKING")) {
-    auto window = processOf(x11, id) == pid ? describe(x11, id, pid) : std::nullopt;
-    if (window) {
+  for (const Questions& questions : asked) {
+    if (auto window = describe(x11, questions, pid)) {
       windows.push_back(std::move(*window));
     }
   }
@@ -140,7 +174,7 @@ std::optional<Window> windowAt(Session& x11, int x, int y) {
     at = under->child;
     const auto pid = processOf(x11, at);
     if (pid && pid != manager) {
-      return describe(x11, at, *pid);
+      return describe(x11, Questions(x11, internAtoms(x11), at), *pid);
     }
   }
 }
