@@ -64,7 +64,7 @@ inline bool has(std::uint64_t states, State state) {
 /// What the name of an element's role depends on.
 struct Kind {
   std::uint32_t role = 0;
-  std::string roleName;  ///< read only where `needsRoleName`
+  std::string roleName{};  ///< read only where `needsRoleName`
   std::uint64_t states = 0;
   std::uint32_t parentRole = 0;  ///< read only where `needsParent`
   bool hasChildren = false;
