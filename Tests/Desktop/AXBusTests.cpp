@@ -6,7 +6,7 @@
 
 #include <csignal>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "Desktop/Application.h"
 #include "Support/AgentProcess.h"
@@ -18,11 +18,15 @@ constexpr const char* launcher = "/usr/libexec/at-spi-bus-launcher";
 constexpr const char* notGranted =
     "Accessibility (kTCCServiceAccessibility) is not granted to the agent — re-run provisioning";
 
+std::vector<pid_t> childrenOf(pid_t pid) {
+  const std::string number = std::to_string(pid);
+  std::ifstream children("/proc/" + number + "/task/" + number + "/children");
+  return {std::istream_iterator<pid_t>(children), std::istream_iterator<pid_t>()};
+}
+
 /// The launcher that the desktop has started: our own parent's child.
 pid_t desktopLauncher() {
-  const std::string parent = std::to_string(getppid());
-  std::ifstream children("/proc/" + parent + "/task/" + parent + "/children");
-  for (pid_t pid = 0; children >> pid;) {
+  for (const pid_t pid : childrenOf(getppid())) {
     std::string command;
     std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/cmdline"), command, '\0');
     if (command == launcher) {
@@ -41,10 +45,8 @@ TEST(AXBus, ItsEndIsToldAndItsReturnIsUsed) {
 
   const pid_t pid = desktopLauncher();
   ASSERT_GT(pid, 0);
-  kill(pid, SIGSTOP);  // so that it is not started again behind our back
-  std::ifstream children("/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) +
-                         "/children");
-  for (pid_t bus = 0; children >> bus;) {
+  kill(pid, SIGSTOP);  // so that it does not answer for a bus that has gone
+  for (const pid_t bus : childrenOf(pid)) {
     kill(bus, SIGKILL);
   }
   EXPECT_TRUE(test::eventually(

@@ -33,6 +33,8 @@ AXReader::AXReader() = default;
 AXReader::AXReader(const AXElement& /*root*/, const AXWalk& /*walk*/) {}
 AXReader::~AXReader() = default;
 
+// A port's readers have a state; this one's methods could as well be static.
+// NOLINTBEGIN(readability-convert-member-functions-to-static)
 std::optional<AXValue> AXReader::attribute(const AXElement& element, AXAttribute attribute) {
   const auto& attributes = element.handle().element->attributes;
   const auto found = attributes.find(attribute);
@@ -42,6 +44,7 @@ std::optional<AXValue> AXReader::attribute(const AXElement& element, AXAttribute
 std::vector<std::string> AXReader::actionNames(const AXElement& element) {
   return element.handle().element->actionNames;
 }
+// NOLINTEND(readability-convert-member-functions-to-static)
 
 AXElement applicationElement(pid_t pid, std::chrono::milliseconds /*messagingTimeout*/) {
   const auto& applications = test::scriptedAccessibility().applications;

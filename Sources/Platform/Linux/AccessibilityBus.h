@@ -42,7 +42,7 @@ struct Answer {
 
   /// Reads one value of a basic type from a reply, `type` being its D-Bus code.
   template <class T>
-  std::optional<T> read(char type) const {
+  [[nodiscard]] std::optional<T> read(char type) const {
     T value{};
     if (!message || sd_bus_message_read_basic(message.get(), type, &value) <= 0) {
       return std::nullopt;
@@ -52,9 +52,9 @@ struct Answer {
 
   /// The same of a property, which comes wrapped in a variant.
   template <class T>
-  std::optional<T> readVariant(char type) const {
-    const char contents[] = {type, '\0'};
-    if (!message || sd_bus_message_enter_container(message.get(), 'v', contents) <= 0) {
+  [[nodiscard]] std::optional<T> readVariant(char type) const {
+    const std::string contents(1, type);
+    if (!message || sd_bus_message_enter_container(message.get(), 'v', contents.c_str()) <= 0) {
       return std::nullopt;
     }
     return read<T>(type);
@@ -87,8 +87,10 @@ class Connection {
   ~Connection();
 
   // Messages to be sent. A null message stands for one that could not be made.
-  Message method(const Object& object, const char* interface, const char* member) const;
-  Message property(const Object& object, const char* interface, const char* name) const;
+  [[nodiscard]] Message method(const Object& object, const char* interface,
+                               const char* member) const;
+  [[nodiscard]] Message property(const Object& object, const char* interface,
+                                 const char* name) const;
 
   /// Queues a call. The handler may queue more.
   void ask(Message call, Handler handler);

@@ -52,7 +52,8 @@ const X11::Window* windowShowing(const Facts& toplevel, const std::vector<X11::W
 std::optional<Placement> placementOf(const Facts& toplevel, const X11::Window* window) {
   if (toplevel.toolkit != Toolkit::gtk4) {
     // Their places are on the screen already.
-    return Placement{{}, window && toplevel.extents ? scaleOf(*toplevel.extents, *window) : 1};
+    return Placement{
+        {}, window != nullptr && toplevel.extents ? scaleOf(*toplevel.extents, *window) : 1};
   }
   if (!window || !toplevel.extents) {
     return std::nullopt;
