@@ -119,6 +119,18 @@ TEST_F(AXDesktopTest, Gtk3ControlsReactAsTheirUserSees) {
             "AXNonsense failed (action unsupported)");
 }
 
+TEST_F(AXDesktopTest, AnOpenMenuLiesAboveItsWindow) {
+  Application editor({"mousepad"});
+  Json tree = dumpWith(host_, editor, "AXMenuBarItem", "File");
+  ASSERT_TRUE(tree.is_object());
+  EXPECT_FALSE(findNode(tree, "AXMenuItem"));
+  EXPECT_EQ(act(host_, "ax_action", *findNode(tree, "AXMenuBarItem", "File")), ok);
+  tree = dumpWith(host_, editor, "AXMenuItem", "Save");
+  ASSERT_TRUE(tree.is_object());
+  const Json hit = hitMiddle(host_, *findNode(tree, "AXMenuItem", "Save"));
+  EXPECT_EQ(hit["node"].value("title", ""), "Save") << hit;
+}
+
 TEST_F(AXDesktopTest, Qt5ButtonsFieldsAndFocus) {
   Application calculator({qtExamples + "widgets/calculator/calculator"});
   Json tree = dumpWith(host_, calculator, "AXButton", "7");

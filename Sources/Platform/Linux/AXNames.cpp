@@ -111,7 +111,7 @@ constexpr std::array<std::uint32_t, 4> menuItems{8, 33, 35, 45};
 constexpr std::array<std::uint32_t, 3> tables{55, 65, 66};
 
 bool isMenuBarItem(const Kind& kind) {
-  return kind.parentRole == menuBar && isOneOf(kind.role, menuItems);
+  return kind.parentRole == menuBar && isMenuItem(kind.role);
 }
 
 /// Names that the text of a role decides.
@@ -201,8 +201,11 @@ bool isPassive(std::uint32_t role) {
 }
 
 bool needsParent(std::uint32_t role) {
-  return isOneOf(role, menuItems) || role == listItem || role == filler || role == panel ||
-         role == frame;
+  return isMenuItem(role) || role == listItem || role == filler || role == panel || role == frame;
+}
+
+bool isMenuItem(std::uint32_t role) {
+  return isOneOf(role, menuItems);
 }
 
 bool isEntry(std::uint32_t role) {

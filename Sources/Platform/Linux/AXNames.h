@@ -84,6 +84,9 @@ bool needsRoleName(std::uint32_t role, Toolkit toolkit);
 /// Whether the role depends on what the element is in.
 bool needsParent(std::uint32_t role);
 
+/// Whether the role is one of those that menus are made of.
+bool isMenuItem(std::uint32_t role);
+
 /// Whether the role is one of a text field for a line of text.
 bool isEntry(std::uint32_t role);
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <deque>
 
 #include "Platform/Linux/Facts.h"
 #include "Platform/Linux/Placement.h"
@@ -17,6 +18,12 @@ namespace {
 
 /// How deep the search for the innermost element goes, for applications that answer in circles.
 constexpr int maxDescent = 64;
+
+/// How many elements' children are searched for a menu that has popped up.
+constexpr int maxSearched = 300;
+
+/// By how many pixels in all an element may differ from the X window that shows it: borders do.
+constexpr double popupMargin = 48;
 
 struct Child {
   Handle handle;
@@ -103,6 +110,39 @@ std::optional<Toplevel> toplevelAt(Children& toplevels, const X11::Window& windo
   return best;
 }
 
+/// Whether an element is what has popped up at a point: either it fills the X window, or it is one
+/// of the items of a menu that is no element itself.
+bool isPopup(const Toplevel& candidate, const X11::Window& window, Local point) {
+  if (distance(candidate, window) <= popupMargin) {
+    return true;
+  }
+  const Point at = candidate.placement.position(*candidate.facts.extents);
+  return AXNames::isMenuItem(candidate.facts.kind.role) &&
+         contains(*candidate.facts.extents, point) &&
+         window.place.contains(static_cast<int>(at.x), static_cast<int>(at.y));
+}
+
+/// Menus and lists that have popped up are windows to the X server, but in the tree they are far
+/// down in the window they belong to.
+std::optional<Toplevel> popupAt(Connection& connection, const Toplevel& toplevel,
+                                const X11::Window& window, Local point) {
+  std::deque<Handle> parents{toplevel.handle};
+  for (int looked = 0; looked < maxSearched && !parents.empty(); ++looked) {
+    Children children = visibleChildren(connection, parents.front());
+    parents.pop_front();
+    for (Child& child : children.list) {
+      Toplevel candidate{std::move(child.handle), std::move(child.facts), toplevel.placement};
+      if (isPopup(candidate, window, point)) {
+        return candidate;
+      }
+      if (candidate.facts.kind.hasChildren) {
+        parents.push_back(std::move(candidate.handle));
+      }
+    }
+  }
+  return std::nullopt;
+}
+
 /// Down to the innermost element as the toolkit finds it: in one step or one level at a time.
 Handle descendByAsking(Connection& connection, const Toplevel& toplevel, Local point) {
   Handle at = toplevel.handle;
@@ -167,11 +207,16 @@ std::variant<AXElement, AXError> elementAtPosition(float x, float y,
     return AXError::cannotComplete;
   }
   Children toplevels = visibleChildren(*connection, application.handle());
-  const auto toplevel = toplevelAt(toplevels, *window, x, y);
+  auto toplevel = toplevelAt(toplevels, *window, x, y);
   if (!toplevel) {
     return errorOf(toplevels.outcome);
   }
   const Local point = toLocal(toplevel->placement, x, y);
+  if (!window->isManaged && distance(*toplevel, *window) > popupMargin) {
+    if (auto popup = popupAt(*connection, *toplevel, *window, point)) {
+      toplevel = std::move(popup);
+    }
+  }
   return AXElement(std::make_shared<Handle>(toplevel->handle.toolkit == Toolkit::gtk4
                                                 ? descendByPlace(*connection, *toplevel, point)
                                                 : descendByAsking(*connection, *toplevel, point)));

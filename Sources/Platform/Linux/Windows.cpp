@@ -68,12 +68,14 @@ Atoms internAtoms(Session& x11) {
 struct Questions {
   Questions(Session& x11, const Atoms& atoms, xcb_window_t window)
       : id(window),
+        attributes(xcb_get_window_attributes(x11.get(), window)),
         geometry(xcb_get_geometry(x11.get(), window)),
         origin(xcb_translate_coordinates(x11.get(), window, x11.screen().root, 0, 0)),
         title(askForProperty(x11, window, atoms.title)),
         shadow(askForProperty(x11, window, atoms.shadow)) {}
 
   xcb_window_t id;
+  xcb_get_window_attributes_cookie_t attributes;
   xcb_get_geometry_cookie_t geometry;
   xcb_translate_coordinates_cookie_t origin;
   xcb_get_property_cookie_t title;
@@ -81,16 +83,18 @@ struct Questions {
 };
 
 std::optional<Window> describe(Session& x11, const Questions& asked, pid_t pid) {
+  const auto attributes = x11.await<xcb_get_window_attributes_reply_t>(asked.attributes.sequence);
   const auto geometry = x11.await<xcb_get_geometry_reply_t>(asked.geometry.sequence);
   const auto origin = x11.await<xcb_translate_coordinates_reply_t>(asked.origin.sequence);
   const auto title = x11.await<xcb_get_property_reply_t>(asked.title.sequence);
   const auto shadow = words(x11.await<xcb_get_property_reply_t>(asked.shadow.sequence));
-  if (!geometry || !origin) {
+  if (!attributes || !geometry || !origin) {
     return std::nullopt;
   }
   Window window{asked.id,
                 pid,
                 {origin->dst_x, origin->dst_y, geometry->width, geometry->height},
+                attributes->override_redirect == 0,
                 text(title),
                 std::nullopt};
   if (shadow.size() == 4) {

@@ -27,7 +27,8 @@ struct Rectangle {
 struct Window {
   xcb_window_t id = XCB_WINDOW_NONE;
   pid_t pid = 0;
-  Rectangle place;  ///< on the screen
+  Rectangle place;        ///< on the screen
+  bool isManaged = true;  ///< by the window manager; menus are not
   std::string title;
   /// The shadow around what the application draws as its window: left, right, top, bottom.
   struct Shadow {
