@@ -35,8 +35,11 @@ target_link_libraries(Platform PRIVATE PkgConfig::XCB PkgConfig::SYSTEMD PkgConf
 pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0 gio-unix-2.0)
 add_executable(tervain-open Linux/tervain-open.cpp)
 # ThreadSanitizer sees races in GLib, which is not built for it; the program has no thread of its own.
-target_link_libraries(tervain-open PRIVATE
-  $<IF:$<STREQUAL:${TERVAIN_SANITIZE},thread>,Warnings,BuildOptions> PkgConfig::GIO)
+if(TERVAIN_SANITIZE STREQUAL thread)
+  target_link_libraries(tervain-open PRIVATE Warnings PkgConfig::GIO)
+else()
+  target_link_libraries(tervain-open PRIVATE BuildOptions PkgConfig::GIO)
+endif()
 set_target_properties(tervain-open PROPERTIES
   RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/Sources/TervainVMAgent)
 add_dependencies(Platform tervain-open)
