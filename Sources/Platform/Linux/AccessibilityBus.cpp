@@ -141,6 +141,10 @@ Connection* Connection::ofThisThread() {
 
 std::unique_ptr<Connection> Connection::toApplication(const std::string& address,
                                                       std::chrono::milliseconds limit) {
+  // The application chose the address. Other kinds than a socket could start a program.
+  if (!address.starts_with("unix:") || address.find(';') != std::string::npos) {
+    return nullptr;
+  }
   return open(address, With::application, Clock::now() + limit);
 }
 
