@@ -28,6 +28,11 @@ Words cutWords(Words& arguments) {
 }
 
 int explain(const CLI::App& app, const CLI::ParseError& error) {
+  const Words unknown = app.remaining();
+  if (error.get_exit_code() != 0 && app.get_subcommands().empty() && !unknown.empty()) {
+    complain("no such command: " + unknown.front());
+    return badUsage;
+  }
   std::ostringstream help;
   std::ostringstream complaint;
   const int status = app.exit(error, help, complaint);

@@ -102,8 +102,10 @@ Action declareDrag(CLI::App& options) {
     (*request)["fromX"] = point.first;
     (*request)["fromY"] = point.second;
   };
-  options.add_option_function<std::pair<Number, Number>>(
-      "--from", setStart, "X and Y of the point to start at (default: where the pointer is)");
+  options
+      .add_option_function<std::pair<Number, Number>>(
+          "--from", setStart, "X and Y of the point to start at (default: where the pointer is)")
+      ->type_name("X Y");
   request.add<Number>("toX", "TOX", "From the left of the main display; may be negative");
   request.add<Number>("toY", "TOY", "From its top; may be negative");
   return request.action();

@@ -208,11 +208,13 @@ TEST(TervainctlTest, SessionsPerformLineAfterLineOnOneConnection) {
                                "type 'open\n"
                                "type -\n"
                                "exec -- ls\n"
+                               "nonsense\n"
                                "press e1 AXShowMenu");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "1 2\ne1\n");
-  for (const char* complaint : {"verify", "stale", "reading the elements", "ends within quotes",
-                                "put the text on the line", "exec doesn't work in a session"}) {
+  for (const char* complaint :
+       {"verify", "stale", "reading the elements", "ends within quotes", "put the text on the line",
+        "exec doesn't work in a session", "no such command: nonsense"}) {
     EXPECT_NE(outcome.err.find(complaint), std::string::npos) << outcome.err;
   }
   const std::vector<Json> requests{
@@ -223,7 +225,7 @@ TEST(TervainctlTest, SessionsPerformLineAfterLineOnOneConnection) {
       parse(R"({"op":"ax_dump"})"),
       parse(R"({"op":"ax_set_value","ref":"e1","value":"it's \"\\"})"),
       parse(R"({"op":"ax_set_value","ref":"e1","value":""})"),
-      parse(R"({"op":"type","text":"a \"\\\\n#b c"})"),
+      parse(R"({"op":"type","text":"a \"\\\\n##b c"})"),
       parse(R"({"op":"ax_action","ref":"e1","action":"AXShowMenu"})"),
   };
   EXPECT_EQ(agent.stop(), requests);
