@@ -24,6 +24,7 @@ namespace tervain::Platform {
 enum class AXError : std::int32_t {
   success = 0,
   failure = -25200,
+  illegalArgument = -25201,
   invalidUIElement = -25202,
   cannotComplete = -25204,
   attributeUnsupported = -25205,
@@ -60,8 +61,14 @@ struct AXURL {
 /// A value of a type that nobody asks for, such as a range or a date.
 struct AXOther {};
 
-using AXValue =
-    std::variant<AXOther, std::string, AXNumber, AXURL, Point, Size, std::vector<AXElement>>;
+/// A list of elements. A reader that knows how many of them its walk looks at may leave out the
+/// rest, which can be thousands.
+struct AXElements {
+  std::vector<AXElement> first;
+  std::size_t count;  ///< how many there are in all
+};
+
+using AXValue = std::variant<AXOther, std::string, AXNumber, AXURL, Point, Size, AXElements>;
 
 /// The bounds of a depth-first walk, for reading ahead.
 struct AXWalk {

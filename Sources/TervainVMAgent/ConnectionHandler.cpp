@@ -36,6 +36,11 @@ struct ConnectionHandler::Operation {
 const ConnectionHandler::Operation ConnectionHandler::operations[] = {
     {"ping", call<&ConnectionHandler::opPing>},
     {"screenshot", call<&ConnectionHandler::opScreenshot>},
+    {"ax_dump", call<&ConnectionHandler::opAXDump>},
+    {"ax_element_at", call<&ConnectionHandler::opAXElementAt>},
+    {"ax_action", call<&ConnectionHandler::opAXAction>},
+    {"ax_set_value", call<&ConnectionHandler::opAXSetValue>},
+    {"ax_focus", call<&ConnectionHandler::opAXFocus>},
     {"click", call<&ConnectionHandler::opClick>},
     {"move", call<&ConnectionHandler::opMove>},
     {"drag", call<&ConnectionHandler::opDrag>},

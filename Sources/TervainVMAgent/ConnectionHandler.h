@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Accessibility.h"
+#include "TervainVMAgent/AXRegistry.h"
 #include "TervainVMAgent/OperationSettings.h"
 #include "TervainVMAgent/Reply.h"
 #include "VMAgentCore/Json.h"
@@ -33,6 +35,9 @@ class ConnectionHandler {
   /// The operation that a request names, or null if there is none. `request` owns the string.
   static const std::string* requestOp(const std::optional<Json>& request);
 
+  /// What a result code of the accessibility interface means, for the host's operator.
+  static std::string describe(Platform::AXError error);
+
  private:
   enum class Next { readOn, close };
 
@@ -50,6 +55,11 @@ class ConnectionHandler {
   // Ordinary operations.
   Reply opPing();
   [[nodiscard]] Reply opScreenshot(const Json& request) const;
+  Reply opAXDump(const Json& request);
+  Reply opAXElementAt(const Json& request);
+  Reply opAXAction(const Json& request);
+  Reply opAXSetValue(const Json& request);
+  Reply opAXFocus(const Json& request);
   Reply opClick(const Json& request);
   Reply opMove(const Json& request);
   Reply opDrag(const Json& request);
@@ -63,12 +73,43 @@ class ConnectionHandler {
   /// display means the first.
   static Reply captureDisplay(std::int64_t index, Deadline deadline);
 
+  /// The element that the member "ref" of a request names, if it names one of this connection's.
+  [[nodiscard]] std::optional<Platform::AXElement> resolveRef(const Json& request) const;
+
+  /// The answer to a "ref" that names no element, or one that is gone.
+  static Reply staleRefReply(const Json& request);
+
+  /// How many of an element's children are looked at.
+  static constexpr std::size_t maxChildren = 48;
+
+  /// An element as a node of a reply, under a new ref, with what lies below it down to `maxDepth`
+  /// and as far as the budget of nodes, which all of a walk share, goes.
+  Json buildNode(Platform::AXReader& reader, const Platform::AXElement& element, int depth,
+                 int maxDepth, int& budget);
+  static void addAttributes(Json& node, Platform::AXReader& reader,
+                            const Platform::AXElement& element);
+  void addChildren(Json& node, Platform::AXReader& reader, const Platform::AXElement& element,
+                   int depth, int maxDepth, int& budget);
+
+  // Attributes as nodes show them; nothing when they can't be read or have another type.
+  static std::optional<std::string> copyString(Platform::AXReader& reader,
+                                               const Platform::AXElement& element,
+                                               Platform::AXAttribute attribute);
+  static std::optional<bool> copyBool(Platform::AXReader& reader,
+                                      const Platform::AXElement& element,
+                                      Platform::AXAttribute attribute);
+  static std::optional<Json> copyFrame(Platform::AXReader& reader,
+                                       const Platform::AXElement& element);
+  static std::optional<std::string> copyValueDescription(Platform::AXReader& reader,
+                                                         const Platform::AXElement& element);
+
   struct Operation;
   static const Operation operations[];
 
   UniqueFD fd_;
   OperationSettings settings_;
   LineSplitBuffer lines_;
+  AXRegistry axRegistry_;
 };
 
 // The log lines that begin and end a connection.

@@ -101,6 +101,7 @@ TEST_F(RemoteCommandTest, PutsFramesTogetherWhereverTheyAreSplit) {
     EXPECT_EQ(std::get<RemoteCommand::Exited>(result).code, 7);
     EXPECT_EQ(output_, "one two");
     EXPECT_EQ(errors_, "bad");
+    done_.wait();  // for the script to let go of what this round has given it
   }
 }
 

@@ -1,24 +1,21 @@
 #include "Platform/Linux/AccessibilityBus.h"
 
-#include <systemd/sd-bus.h>
-
-#include <chrono>
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
-#include <string>
+#include <string_view>
 
 namespace tervain::AccessibilityBus {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+/// How long finding and greeting the bus may take.
+constexpr std::chrono::milliseconds openLimit{1000};
 
-constexpr std::chrono::seconds limit{1};
+/// How many calls are under way at once: enough to keep an application busy, and few enough that
+/// it gets through them well within a messaging timeout.
+constexpr std::size_t window = 128;
 
-struct CloseBus {
-  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-};
-using Bus = std::unique_ptr<sd_bus, CloseBus>;
+constexpr const char* properties = "org.freedesktop.DBus.Properties";
 
 /// Lets the bus work until `done` holds. False when the time is up or the connection breaks. Unlike
 /// sd_bus_call, which waits for the connection to be set up for as long as that takes.
@@ -41,61 +38,245 @@ bool runUntil(sd_bus* bus, Clock::time_point deadline, Condition done) {
   return true;
 }
 
-struct Answer {
-  bool arrived = false;
-  std::string text;
+struct Told {
+  int answers = 0;
+  std::string address;
 };
 
-int keepAnswer(sd_bus_message* reply, void* userdata, sd_bus_error* /*error*/) {
-  auto& answer = *static_cast<Answer*>(userdata);
-  answer.arrived = true;
+int keepAddress(sd_bus_message* reply, void* userdata, sd_bus_error* /*error*/) {
+  auto& told = *static_cast<Told*>(userdata);
+  ++told.answers;
   const char* text = nullptr;
   if (sd_bus_message_read(reply, "s", &text) >= 0) {  // fails for an error reply
-    answer.text = text;
+    told.address = text;
   }
   return 1;
 }
 
-/// The address of the accessibility bus as the session bus tells it. Empty when it doesn't.
+int countAnswer(sd_bus_message* /*reply*/, void* userdata, sd_bus_error* /*error*/) {
+  ++static_cast<Told*>(userdata)->answers;
+  return 1;
+}
+
+/// The address of the accessibility bus as the session bus tells it. Empty when it doesn't. Says
+/// at the same time that somebody is going to look, since Qt shows nothing otherwise.
 std::string askSessionBus(Clock::time_point deadline) {
   sd_bus* opened = nullptr;
   if (sd_bus_open_user(&opened) < 0) {
     return {};
   }
-  Answer answer;
-  const Bus bus(opened);
-  const int sent = sd_bus_call_method_async(bus.get(), nullptr, "org.a11y.Bus", "/org/a11y/bus",
-                                            "org.a11y.Bus", "GetAddress", keepAnswer, &answer, "");
-  if (sent < 0) {
+  Told told;  // must outlive the bus
+  const std::unique_ptr<sd_bus, decltype(&sd_bus_close_unref)> bus(opened, sd_bus_close_unref);
+  const int asked = sd_bus_call_method_async(bus.get(), nullptr, "org.a11y.Bus", "/org/a11y/bus",
+                                             "org.a11y.Bus", "GetAddress", keepAddress, &told, "");
+  const int announced = sd_bus_call_method_async(
+      bus.get(), nullptr, "org.a11y.Bus", "/org/a11y/bus", properties, "Set", countAnswer, &told,
+      "ssv", "org.a11y.Status", "IsEnabled", "b", 1);
+  if (asked < 0 || announced < 0) {
     return {};
   }
-  runUntil(bus.get(), deadline, [&answer] { return answer.arrived; });
-  return answer.text;
+  runUntil(bus.get(), deadline, [&told] { return told.answers == 2; });
+  return told.address;
 }
 
-std::string address(Clock::time_point deadline) {
+std::string addressOfBus(Clock::time_point deadline) {
   if (const char* given = std::getenv("AT_SPI_BUS_ADDRESS"); given && *given) {
     return given;
   }
   return askSessionBus(deadline);
 }
 
+Outcome outcomeOf(sd_bus_message* reply) {
+  const sd_bus_error* error = sd_bus_message_get_error(reply);
+  if (!error) {
+    return Outcome::answered;
+  }
+  static constexpr struct {
+    std::string_view name;
+    Outcome outcome;
+  } outcomes[] = {
+      {SD_BUS_ERROR_UNKNOWN_OBJECT, Outcome::unknown},
+      {SD_BUS_ERROR_UNKNOWN_METHOD, Outcome::unknown},
+      {SD_BUS_ERROR_UNKNOWN_INTERFACE, Outcome::unknown},
+      {SD_BUS_ERROR_UNKNOWN_PROPERTY, Outcome::unknown},
+      {SD_BUS_ERROR_NO_REPLY, Outcome::noReply},
+      {SD_BUS_ERROR_SERVICE_UNKNOWN, Outcome::noOwner},
+      {SD_BUS_ERROR_NAME_HAS_NO_OWNER, Outcome::noOwner},
+      {SD_BUS_ERROR_DISCONNECTED, Outcome::noBus},
+  };
+  const auto* const found =
+      std::find_if(std::begin(outcomes), std::end(outcomes),
+                   [error](const auto& candidate) { return candidate.name == error->name; });
+  return found == std::end(outcomes) ? Outcome::refused : found->outcome;
+}
+
 }  // namespace
 
 bool answers() {
-  const Clock::time_point deadline = Clock::now() + limit;
-  const std::string where = address(deadline);
+  // The second attempt is for a bus that has come back while we held on to the old connection.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    Connection* connection = Connection::ofThisThread();
+    if (!connection) {
+      return false;
+    }
+    auto ping = connection->method({"org.freedesktop.DBus", "/org/freedesktop/DBus"},
+                                   "org.freedesktop.DBus.Peer", "Ping");
+    const Outcome outcome = connection->askNow(std::move(ping), openLimit).outcome;
+    if (outcome != Outcome::noBus) {
+      return outcome != Outcome::timedOut;
+    }
+  }
+  return false;
+}
+
+Connection* Connection::ofThisThread() {
+  thread_local std::unique_ptr<Connection> connection;
+  if (!connection || !connection->usable()) {
+    connection.reset();
+    const Clock::time_point deadline = Clock::now() + openLimit;
+    connection = open(addressOfBus(deadline), With::bus, deadline);
+  }
+  return connection.get();
+}
+
+std::unique_ptr<Connection> Connection::toApplication(const std::string& address,
+                                                      std::chrono::milliseconds limit) {
+  return open(address, With::application, Clock::now() + limit);
+}
+
+std::unique_ptr<Connection> Connection::open(const std::string& address, With peer,
+                                             Clock::time_point deadline) {
   sd_bus* made = nullptr;
-  if (where.empty() || sd_bus_new(&made) < 0) {
-    return false;
+  if (address.empty() || sd_bus_new(&made) < 0) {
+    return nullptr;
   }
-  const Bus bus(made);
-  if (sd_bus_set_address(bus.get(), where.c_str()) < 0 || sd_bus_set_bus_client(bus.get(), 1) < 0 ||
-      sd_bus_start(bus.get()) < 0) {
-    return false;
+  std::unique_ptr<Connection> connection(new Connection(made));
+  if (sd_bus_set_address(made, address.c_str()) < 0 ||
+      sd_bus_set_bus_client(made, peer == With::bus ? 1 : 0) < 0 || sd_bus_start(made) < 0) {
+    return nullptr;
   }
-  // Ready means that the bus has answered our greeting.
-  return runUntil(bus.get(), deadline, [&bus] { return sd_bus_is_ready(bus.get()) > 0; });
+  // Ready means that the other side has answered our greeting.
+  const bool ready = runUntil(made, deadline, [made] { return sd_bus_is_ready(made) > 0; });
+  return ready ? std::move(connection) : nullptr;
+}
+
+Connection::~Connection() = default;
+
+bool Connection::usable() const {
+  return !broken_ && sd_bus_is_open(bus_.get()) > 0;
+}
+
+Message Connection::method(const Object& object, const char* interface, const char* member) const {
+  sd_bus_message* made = nullptr;
+  sd_bus_message_new_method_call(bus_.get(), &made, object.bus.c_str(), object.path.c_str(),
+                                 interface, member);
+  return Message(made);
+}
+
+Message Connection::property(const Object& object, const char* interface, const char* name) const {
+  Message get = method(object, properties, "Get");
+  if (get) {
+    sd_bus_message_append(get.get(), "ss", interface, name);
+  }
+  return get;
+}
+
+void Connection::ask(Message call, Handler handler) {
+  queued_.push_back({std::move(call), std::move(handler), this, nullptr});
+}
+
+Answer Connection::askNow(Message call, std::chrono::milliseconds silence) {
+  Answer kept;
+  ask(std::move(call), [&kept](const Answer& answer) {
+    kept = {answer.outcome, Message(sd_bus_message_ref(answer.message.get()))};
+  });
+  run(silence);
+  return kept;
+}
+
+Outcome Connection::run(std::chrono::milliseconds silence, Clock::time_point deadline) {
+  try {
+    const Outcome outcome = work(silence, deadline);
+    giveUp(outcome);
+    return outcome;
+  } catch (...) {
+    // The handlers may refer to what is about to be unwound.
+    queued_.clear();
+    sent_.clear();
+    replied_.clear();
+    throw;
+  }
+}
+
+Outcome Connection::work(std::chrono::milliseconds silence, Clock::time_point deadline) {
+  Clock::time_point lastReply = Clock::now();
+  for (;;) {
+    send();
+    const bool progress = runUntil(bus_.get(), std::min(lastReply + silence, deadline),
+                                   [this] { return !replied_.empty() || sent_.empty(); });
+    if (!progress) {
+      broken_ = sd_bus_is_open(bus_.get()) <= 0;
+      return broken_ ? Outcome::noBus : Outcome::timedOut;
+    }
+    if (!handleReplies() && queued_.empty()) {
+      return Outcome::answered;
+    }
+    lastReply = Clock::now();
+  }
+}
+
+void Connection::send() {
+  while (!queued_.empty() && sent_.size() < window) {
+    sent_.splice(sent_.end(), queued_, queued_.begin());
+    Call& call = sent_.back();
+    sd_bus_slot* slot = nullptr;
+    constexpr std::uint64_t never = UINT64_MAX;  // we watch the time ourselves
+    const int result = call.message ? sd_bus_call_async(bus_.get(), &slot, call.message.get(),
+                                                        keepReply, &call, never)
+                                    : -1;
+    call.slot.reset(slot);
+    call.message.reset();
+    if (result < 0) {
+      replied_.splice(replied_.end(), sent_, std::prev(sent_.end()));
+    }
+  }
+}
+
+int Connection::keepReply(sd_bus_message* reply, void* userdata, sd_bus_error* /*error*/) {
+  auto& call = *static_cast<Call*>(userdata);
+  Connection& connection = *call.connection;
+  call.message.reset(sd_bus_message_ref(reply));
+  const auto place = std::find_if(connection.sent_.begin(), connection.sent_.end(),
+                                  [&call](const Call& candidate) { return &candidate == &call; });
+  connection.replied_.splice(connection.replied_.end(), connection.sent_, place);
+  return 1;
+}
+
+/// False when there were none.
+bool Connection::handleReplies() {
+  const bool any = !replied_.empty();
+  while (!replied_.empty()) {
+    Call call = std::move(replied_.front());
+    replied_.pop_front();
+    Answer answer;
+    answer.outcome = call.message ? outcomeOf(call.message.get()) : Outcome::noBus;
+    if (answer) {
+      answer.message = std::move(call.message);
+    }
+    call.handler(answer);
+  }
+  return any;
+}
+
+/// Answers everything that has no answer yet, and what that leads to.
+void Connection::giveUp(Outcome outcome) {
+  for (Calls* calls : {&replied_, &sent_, &queued_}) {
+    while (!calls->empty()) {
+      const Handler handler = std::move(calls->front().handler);
+      calls->pop_front();
+      handler({outcome, nullptr});
+    }
+  }
 }
 
 }  // namespace tervain::AccessibilityBus

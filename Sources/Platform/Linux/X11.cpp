@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <xcb/randr.h>
+#include <xcb/res.h>
 #include <xcb/shm.h>
 #include <xcb/xcbext.h>
 #include <xcb/xfixes.h>
@@ -20,8 +21,8 @@ namespace tervain::X11 {
 namespace {
 
 /// The extensions that sessions use.
-xcb_extension_t* const extensionsInUse[] = {&xcb_randr_id, &xcb_shm_id, &xcb_test_id,
-                                            &xcb_xfixes_id, &xcb_xkb_id};
+xcb_extension_t* const extensionsInUse[] = {&xcb_randr_id, &xcb_res_id,    &xcb_shm_id,
+                                            &xcb_test_id,  &xcb_xfixes_id, &xcb_xkb_id};
 
 /// Throws away what has arrived. False when the server has gone.
 bool drain(xcb_connection_t* connection) {

@@ -48,6 +48,8 @@ class Session {
   /// waits without a time limit.
   [[nodiscard]] bool has(xcb_extension_t& extension) const;
 
+  /// Never null, so that requests can be made at any time; their replies are null when the server
+  /// has gone or the time is up.
   [[nodiscard]] xcb_connection_t* get() const { return connection_.get(); }
 
   /// The first screen.

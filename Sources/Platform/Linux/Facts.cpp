@@ -1,0 +1,351 @@
+#include "Platform/Linux/Facts.h"
+
+#include <algorithm>
+#include <climits>
+#include <string_view>
+#include <utility>
+
+namespace tervain {
+
+using AccessibilityBus::Answer;
+using AccessibilityBus::Connection;
+using AccessibilityBus::Message;
+using AccessibilityBus::Object;
+using AccessibilityBus::Outcome;
+using AXNames::State;
+
+namespace {
+
+constexpr const char* accessible = "org.a11y.atspi.Accessible";
+constexpr const char* component = "org.a11y.atspi.Component";
+constexpr const char* textInterface = "org.a11y.atspi.Text";
+constexpr const char* editableText = "org.a11y.atspi.EditableText";
+constexpr const char* valueInterface = "org.a11y.atspi.Value";
+constexpr const char* action = "org.a11y.atspi.Action";
+
+/// How much of a text is read: more than anybody is shown of it.
+constexpr int maxText = 4096;
+
+/// The longest list of children that is fetched as a whole where an element makes its children up
+/// as they are asked for, as tables do for each of their cells.
+constexpr int maxWholeList = 256;
+
+/// How many of a combo box's children are looked at for a text field.
+constexpr int maxLookedInto = 2;
+
+/// One reading under way: waves of questions, each of which waits for the answers to the one
+/// before. It lives as long as its questions do.
+class Reading : public std::enable_shared_from_this<Reading> {
+ public:
+  Reading(Connection& connection, const Platform::AXElement::Handle& element,
+          const FactsWanted& wanted, FactsHandler done)
+      : connection_(connection), object_(element.object), wanted_(wanted), done_(std::move(done)) {
+    facts_.toolkit = element.toolkit;
+    isApplication_ = element.window.empty();
+  }
+
+  /// First what tells whether it shows: many elements don't, and are not asked for more.
+  void start() {
+    ask(connection_.method(object_, accessible, "GetState"),
+        [this](const Answer& answer) { keepStates(answer); });
+    if (!isApplication_) {
+      askForExtents();
+    }
+    if (wanted_.atOnce) {
+      askForItself();
+    }
+    next_ = &Reading::goOnIfItShows;
+  }
+
+ private:
+  using Wave = void (Reading::*)();
+
+  /// Asks; when the last question of a wave is answered, the next wave goes out.
+  template <class Keep>
+  void ask(Message question, Keep keep) {
+    ++open_;
+    connection_.ask(std::move(question), [self = shared_from_this(), keep](const Answer& answer) {
+      if (answer) {
+        keep(answer);
+      } else {
+        self->noteFailure(answer.outcome);
+      }
+      --self->open_;
+      self->goOn();
+    });
+  }
+
+  void goOn() {
+    while (open_ == 0 && next_) {
+      const Wave wave = std::exchange(next_, nullptr);
+      if (outcome_ == Outcome::answered) {
+        (this->*wave)();
+      }
+    }
+    if (open_ == 0 && done_) {
+      std::exchange(done_, nullptr)(outcome_, std::move(facts_));
+    }
+  }
+
+  /// An element must at least be able to tell its states; what else it can't tell is left out.
+  void noteFailure(Outcome outcome) {
+    const bool fatal = outcome == Outcome::timedOut || outcome == Outcome::noBus ||
+                       outcome == Outcome::noOwner || outcome == Outcome::noReply;
+    if (fatal || !hasStates_) {
+      outcome_ = outcome;
+    }
+  }
+
+  void keepInterfaces(const Answer& answer) {
+    sd_bus_message* const message = answer.message.get();
+    const char* name = nullptr;
+    sd_bus_message_enter_container(message, 'a', "s");
+    while (sd_bus_message_read_basic(message, 's', &name) > 0) {
+      const std::string_view interface = name;
+      hasText_ = hasText_ || interface == textInterface;
+      hasValue_ = hasValue_ || interface == valueInterface;
+      hasActions_ = hasActions_ || interface == action;
+      facts_.hasEditableText = facts_.hasEditableText || interface == editableText;
+    }
+  }
+
+  void keepStates(const Answer& answer) {
+    hasStates_ = true;
+    const void* words = nullptr;
+    std::size_t size = 0;
+    if (sd_bus_message_read_array(answer.message.get(), 'u', &words, &size) > 0) {
+      const auto* word = static_cast<const std::uint32_t*>(words);
+      facts_.kind.states = size > 0 ? word[0] : 0;
+      facts_.kind.states |= size > sizeof *word ? std::uint64_t{word[1]} << 32U : 0;
+    }
+  }
+
+  void goOnIfItShows() {
+    if (!isApplication_ && !facts_.shows()) {
+      return;
+    }
+    askForChildren();
+    if (wanted_.atOnce) {
+      askForContents();
+    } else {
+      askForItself();
+      next_ = &Reading::askForContents;
+    }
+  }
+
+  void askForItself() {
+    ask(connection_.method(object_, accessible, "GetRole"), [this](const Answer& answer) {
+      facts_.kind.role = answer.read<std::uint32_t>('u').value_or(0);
+    });
+    ask(connection_.method(object_, accessible, "GetInterfaces"),
+        [this](const Answer& answer) { keepInterfaces(answer); });
+    ask(connection_.property(object_, accessible, "Name"), [this](const Answer& answer) {
+      facts_.name = answer.readVariant<const char*>('s').value_or("");
+    });
+  }
+
+  void askForContents() {
+    if (AXNames::needsRoleName(facts_.kind.role, facts_.toolkit)) {
+      ask(connection_.method(object_, accessible, "GetRoleName"), [this](const Answer& answer) {
+        facts_.kind.roleName = answer.read<const char*>('s').value_or("");
+      });
+    }
+    if (hasText_) {
+      askForText();
+    }
+    if (hasValue_) {
+      ask(connection_.property(object_, valueInterface, "CurrentValue"),
+          [this](const Answer& answer) { facts_.number = answer.readVariant<double>('d'); });
+    }
+    if (hasActions_ && !AXNames::isPassive(facts_.kind.role)) {
+      ask(connection_.method(object_, action, "GetActions"),
+          [this](const Answer& answer) { keepActions(answer); });
+    }
+    askForParent();
+    if (facts_.kind.role == AXNames::comboBox) {
+      askForEntry();
+    }
+  }
+
+  void askForExtents() {
+    Message question = connection_.method(object_, component, "GetExtents");
+    constexpr std::uint32_t onScreen = 0;
+    sd_bus_message_append(question.get(), "u", onScreen);
+    ask(std::move(question), [this](const Answer& answer) {
+      Extents e;
+      if (sd_bus_message_read(answer.message.get(), "(iiii)", &e.x, &e.y, &e.width, &e.height) >
+          0) {
+        facts_.extents = e;
+      }
+    });
+  }
+
+  void askForText() {
+    Message question = connection_.method(object_, textInterface, "GetText");
+    sd_bus_message_append(question.get(), "ii", 0, maxText);
+    ask(std::move(question),
+        [this](const Answer& answer) { facts_.text = answer.read<const char*>('s').value_or(""); });
+  }
+
+  void keepActions(const Answer& answer) {
+    sd_bus_message* const message = answer.message.get();
+    sd_bus_message_enter_container(message, 'a', "(sss)");
+    const char* name = nullptr;
+    const char* description = nullptr;
+    const char* key = nullptr;
+    for (int i = 0; sd_bus_message_read(message, "(sss)", &name, &description, &key) > 0; ++i) {
+      facts_.actions.push_back({i, name});
+    }
+  }
+
+  void askForChildren() {
+    if (wanted_.maxChildren == 0 || facts_.has(State::managesDescendants)) {
+      ask(connection_.property(object_, accessible, "ChildCount"),
+          [this](const Answer& answer) { keepChildCount(answer); });
+    } else {
+      askForAllChildren();
+    }
+  }
+
+  void askForAllChildren() {
+    ask(connection_.method(object_, accessible, "GetChildren"), [this](const Answer& answer) {
+      facts_.children = readObjects(answer);
+      facts_.childCount = facts_.children.size();
+      facts_.kind.hasChildren = facts_.childCount > 0;
+    });
+  }
+
+  void keepChildCount(const Answer& answer) {
+    const int count = answer.readVariant<std::int32_t>('i').value_or(0);
+    facts_.kind.hasChildren = count > 0;
+    if (wanted_.maxChildren == 0 || count <= 0) {
+      return;
+    }
+    if (count <= maxWholeList) {
+      askForAllChildren();
+      return;
+    }
+    facts_.childCount = static_cast<std::size_t>(count);
+    const int first = static_cast<int>(std::min<std::size_t>(wanted_.maxChildren, maxWholeList));
+    for (int i = 0; i < first; ++i) {
+      Message question = connection_.method(object_, accessible, "GetChildAtIndex");
+      sd_bus_message_append(question.get(), "i", i);
+      ask(std::move(question), [this](const Answer& child) {
+        if (auto object = readObject(child)) {
+          facts_.children.push_back(std::move(*object));
+        }
+      });
+    }
+  }
+
+  /// The role of the parent, where it matters.
+  void askForParent() {
+    if (wanted_.parentRole) {
+      facts_.kind.parentRole = *wanted_.parentRole;
+    } else if (AXNames::needsParent(facts_.kind.role)) {
+      ask(connection_.property(object_, accessible, "Parent"),
+          [this](const Answer& answer) { askForParentRole(answer); });
+    }
+  }
+
+  void askForParentRole(const Answer& answer) {
+    if (sd_bus_message_enter_container(answer.message.get(), 'v', "(so)") <= 0) {
+      return;
+    }
+    if (const auto parent = readObject(answer)) {
+      ask(connection_.method(*parent, accessible, "GetRole"), [this](const Answer& role) {
+        facts_.kind.parentRole = role.read<std::uint32_t>('u').value_or(0);
+      });
+    }
+  }
+
+  /// Whether a combo box has a text field among its first children.
+  void askForEntry() {
+    for (int i = 0; i < maxLookedInto; ++i) {
+      Message question = connection_.method(object_, accessible, "GetChildAtIndex");
+      sd_bus_message_append(question.get(), "i", i);
+      ask(std::move(question), [this](const Answer& answer) {
+        if (const auto child = readObject(answer)) {
+          ask(connection_.method(*child, accessible, "GetRole"), [this](const Answer& roleAnswer) {
+            const auto role = roleAnswer.read<std::uint32_t>('u');
+            facts_.kind.hasEntry = facts_.kind.hasEntry || (role && AXNames::isEntry(*role));
+          });
+        }
+      });
+    }
+  }
+
+  Connection& connection_;
+  Object object_;
+  FactsWanted wanted_;
+  FactsHandler done_;
+  Facts facts_;
+  Outcome outcome_ = Outcome::answered;
+  int open_ = 0;  // questions that wait for their answers
+  Wave next_ = nullptr;
+  bool hasStates_ = false;
+  bool isApplication_ = false;
+  bool hasText_ = false;
+  bool hasValue_ = false;
+  bool hasActions_ = false;
+};
+
+}  // namespace
+
+bool Facts::shows() const {
+  // Qt says of lists in closed boxes that they show, and gives them no size. GTK 4 says it of
+  // windows alone.
+  if (extents && (extents->width <= 0 || extents->height <= 0 || extents->x == INT_MIN)) {
+    return false;
+  }
+  if (kind.role == AXNames::application) {
+    return true;
+  }
+  return has(State::showing) || (toolkit == Toolkit::gtk4 && has(State::visible));
+}
+
+bool Facts::isEnabled() const {
+  return has(State::sensitive) || has(State::enabled);
+}
+
+std::vector<std::string> actionNamesOf(const Facts& facts) {
+  std::vector<std::string> names;
+  const auto add = [&names](std::string name) {
+    if (std::find(names.begin(), names.end(), name) == names.end()) {
+      names.push_back(std::move(name));
+    }
+  };
+  for (const ToolkitAction& offered : facts.actions) {
+    if (auto name = AXNames::actionName(offered.name, facts.kind.role)) {
+      add(std::move(*name));
+    }
+  }
+  if (facts.kind.role == AXNames::pageTab) {
+    add("AXPress");  // by selecting it
+  }
+  if (facts.number && AXNames::isAdjustable(facts.kind.role)) {
+    add("AXIncrement");
+    add("AXDecrement");
+  }
+  if (AXNames::namesOf(facts.kind).role == "AXWindow") {
+    add("AXRaise");
+  }
+  return names;
+}
+
+void readFacts(Connection& connection, const Platform::AXElement::Handle& element,
+               const FactsWanted& wanted, FactsHandler done) {
+  std::make_shared<Reading>(connection, element, wanted, std::move(done))->start();
+}
+
+FactsNow readFactsNow(Connection& connection, const Platform::AXElement::Handle& element,
+                      const FactsWanted& wanted) {
+  FactsNow result;
+  readFacts(connection, element, wanted, [&result](Outcome outcome, Facts facts) {
+    result = {outcome, std::move(facts)};
+  });
+  connection.run(element.timeout);
+  return result;
+}
+
+}  // namespace tervain

@@ -1,0 +1,43 @@
+#include "Platform/Workspace.h"
+
+#include <fstream>
+
+#include "Platform/Linux/Elements.h"
+#include "Platform/Linux/Windows.h"
+
+namespace tervain::Platform {
+namespace {
+
+/// How long an application is waited for to tell its name.
+constexpr std::chrono::milliseconds nameLimit{500};
+
+std::optional<std::string> accessibleName(pid_t pid) {
+  auto* const connection = AccessibilityBus::Connection::ofThisThread();
+  const auto root =
+      connection ? AccessibilityBus::applicationOf(*connection, pid, nameLimit) : std::nullopt;
+  if (!root) {
+    return std::nullopt;
+  }
+  const auto answer = connection->askNow(
+      connection->property(*root, "org.a11y.atspi.Accessible", "Name"), nameLimit);
+  const auto name = answer.readVariant<const char*>('s');
+  return name && **name ? std::optional<std::string>(*name) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<pid_t> frontmostApplication() {
+  auto x11 = X11::Session::open(X11::Clock::now() + X11::lookLimit);
+  return x11 ? X11::activeProcess(*x11) : std::nullopt;
+}
+
+std::optional<std::string> applicationName(pid_t pid) {
+  if (auto name = accessibleName(pid)) {
+    return name;
+  }
+  std::string command;
+  std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), command);
+  return command.empty() ? std::nullopt : std::optional(std::move(command));
+}
+
+}  // namespace tervain::Platform

@@ -1,0 +1,89 @@
+// What AT-SPI's roles and actions are called.
+
+#include <gtest/gtest.h>
+
+#include "Platform/Linux/AXNames.h"
+
+namespace tervain::AXNames {
+namespace {
+
+std::string namesFor(const Kind& kind) {
+  const Names names = namesOf(kind);
+  return std::string(names.role) + "/" + std::string(names.subrole);
+}
+
+TEST(AXNames, EveryRoleHasAName) {
+  constexpr std::uint32_t lastRole = 130;
+  for (std::uint32_t role = 0; role <= lastRole; ++role) {
+    EXPECT_EQ(namesFor({.role = role}).substr(0, 2), "AX") << role;
+  }
+  EXPECT_EQ(namesFor({.role = 43}), "AXButton/");
+  EXPECT_EQ(namesFor({.role = 40}), "AXTextField/AXSecureTextField");
+  EXPECT_EQ(namesFor({.role = 16}), "AXWindow/AXDialog");
+  EXPECT_EQ(namesFor({.role = 129}), "AXMenuButton/");
+}
+
+TEST(AXNames, WhatTheNumberLeavesOpenIsToldByTheRest) {
+  const std::uint64_t multiLine = std::uint64_t{1} << 17U;
+  const struct {
+    Kind kind;
+    const char* names;
+  } cases[] = {
+      {{.role = 0}, "AXUnknown/"},
+      {{.role = 1000, .hasChildren = true}, "AXGroup/"},
+      {{.role = text}, "AXTextField/"},
+      {{.role = text, .states = multiLine}, "AXTextArea/"},
+      {{.role = entry, .roleName = "search box"}, "AXTextField/AXSearchField"},
+      {{.role = checkBox, .roleName = "switch"}, "AXCheckBox/AXSwitch"},
+      {{.role = pushButton, .roleName = "button menu"}, "AXMenuButton/"},
+      {{.role = tableCell, .roleName = "tree item"}, "AXRow/AXOutlineRow"},
+      {{.role = menu, .parentRole = menuBar}, "AXMenuBarItem/"},
+      {{.role = menu, .parentRole = menu}, "AXMenu/"},
+      {{.role = listItem}, "AXGroup/"},
+      {{.role = listItem, .parentRole = tree}, "AXRow/"},
+      {{.role = filler, .parentRole = application}, "AXWindow/AXStandardWindow"},
+      {{.role = filler, .parentRole = panel}, "AXGroup/"},
+      {{.role = frame, .parentRole = application}, "AXWindow/AXStandardWindow"},
+      {{.role = frame, .parentRole = frame}, "AXGroup/"},
+      {{.role = comboBox}, "AXPopUpButton/"},
+      {{.role = comboBox, .hasEntry = true}, "AXComboBox/"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(namesFor(c.kind), c.names) << c.kind.role << " " << c.kind.roleName;
+  }
+}
+
+TEST(AXNames, ActionsAreWhatAUserCanDo) {
+  const struct {
+    const char* action;
+    std::uint32_t role;
+    std::optional<std::string> name;
+  } cases[] = {
+      {"Click", pushButton, "AXPress"},
+      {"toggle", checkBox, "AXPress"},
+      {"Activate", menuItem, "AXPress"},
+      {"Activate", entry, "AXConfirm"},
+      {"Activate", spinButton, "AXConfirm"},
+      {"ShowMenu", comboBox, "AXShowMenu"},
+      {"menu.popup", label, "AXShowMenu"},
+      {"Increase", slider, "AXIncrement"},
+      {"Expand or contract", tableCell, "Expand or contract"},
+      {"clipboard.copy", label, std::nullopt},
+      {"SetFocus", text, std::nullopt},
+      {"", pushButton, std::nullopt},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(actionName(c.action, c.role), c.name) << c.action;
+  }
+}
+
+TEST(AXNames, TitlesAreWhatAUserReads) {
+  EXPECT_EQ(title("Save \n", Toolkit::gtk3), "Save");
+  EXPECT_EQ(title("GtkEntry", Toolkit::gtk4), "");
+  EXPECT_EQ(title("GtkEntry", Toolkit::gtk3), "GtkEntry");
+  EXPECT_EQ(title("Gtk Demo", Toolkit::gtk4), "Gtk Demo");
+  EXPECT_EQ(title("Gtk", Toolkit::gtk4), "Gtk");
+}
+
+}  // namespace
+}  // namespace tervain::AXNames
