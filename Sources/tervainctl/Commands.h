@@ -45,9 +45,9 @@ enum class Place {
 
 /// A subcommand: its options are declared first and read by the action once they are parsed.
 struct Command {
-  const char* name;
-  const char* help;
-  Action (*declare)(CLI::App& options);
+  const char* name = nullptr;
+  const char* help = nullptr;
+  Action (*declare)(CLI::App& options) = nullptr;
   Place place = Place::anywhere;
   bool takesWords = false;
   int failure = failed;  // the exit status when the action throws, or without an agent to talk to
