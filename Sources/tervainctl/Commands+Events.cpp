@@ -58,7 +58,7 @@ Action declareEvents(CLI::App& options) {
   options.add_option("--max-bytes", values->maxBytes, "How many bytes of events to take at most")
       ->check(CLI::NonNegativeNumber);
   return
-      [values](AgentConnection connection, const Words&) { return collect(connection, *values); };
+      [values](AgentConnection& connection, const Call&) { return collect(connection, *values); };
 }
 
 }  // namespace tervain::ctl

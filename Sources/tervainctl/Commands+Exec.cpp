@@ -102,8 +102,8 @@ Action declareExec(CLI::App& options) {
       "it\n"
       "does not read within a second of its arrival is dropped by the agent, and holds its output\n"
       "up; give a command that reads none --no-input.");
-  return [noInput](AgentConnection connection, const Words& words) {
-    return exec(std::move(connection), words, *noInput ? -1 : STDIN_FILENO);
+  return [noInput](AgentConnection& connection, const Call& call) {
+    return exec(std::move(connection), call.words, *noInput ? -1 : STDIN_FILENO);
   };
 }
 

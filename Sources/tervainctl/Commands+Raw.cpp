@@ -99,7 +99,7 @@ class RawExchange {
 }  // namespace
 
 Action declareRaw(CLI::App&) {
-  return [](AgentConnection connection, const Words&) {
+  return [](AgentConnection& connection, const Call&) {
     return RawExchange(std::move(connection)).run();
   };
 }

@@ -7,11 +7,6 @@
 namespace tervain::ctl {
 namespace {
 
-std::string numberText(const Json& object, std::string_view key) {
-  const auto number = integerMember(object, key);
-  return number ? std::to_string(*number) : "?";
-}
-
 std::string displayLine(const Json& display) {
   std::string line = "display " + numberText(display, "id") + ": " + numberText(display, "width") +
                      "x" + numberText(display, "height");
@@ -44,7 +39,7 @@ std::string describe(const Json& ping) {
 Action declarePing(CLI::App& options) {
   const auto raw = std::make_shared<bool>(false);
   options.add_flag("--json", *raw, "Print the reply as it is");
-  return [raw](AgentConnection connection, const Words&) {
+  return [raw](AgentConnection& connection, const Call&) {
     const auto reply = ask(connection, {{"op", "ping"}});
     if (!reply) {
       return failed;
@@ -55,7 +50,7 @@ Action declarePing(CLI::App& options) {
 }
 
 Action declareCursor(CLI::App&) {
-  return [](AgentConnection connection, const Words&) {
+  return [](AgentConnection& connection, const Call&) {
     const auto reply = ask(connection, {{"op", "cursor_position"}});
     if (!reply) {
       return failed;

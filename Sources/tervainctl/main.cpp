@@ -8,7 +8,7 @@
 #include "VMAgentClient/AgentAddress.h"
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/IO.h"
-#include "tervainctl/Commands.h"
+#include "tervainctl/CommandLine.h"
 
 namespace tervain::ctl {
 namespace {
@@ -22,10 +22,11 @@ constexpr std::string_view noAddress =
 
 int perform(const Command& command, const Action& action, const std::string& agent,
             const Words& words) {
-  if (command.takesWords == words.empty()) {
+  if (command.place == Place::session) {
     complain(std::string(command.name) +
-             (command.takesWords ? " needs a command: -- COMMAND..." : " takes nothing behind --"));
-    return std::max(badUsage, command.failure);
+             " needs a ref, which lives only as long as a connection: give \"tree\" and \"" +
+             command.name + " REF\" to one \"tervainctl session\"");
+    return badUsage;
   }
   const auto address = parseAgentAddress(agent);
   if (!address) {
@@ -33,7 +34,8 @@ int perform(const Command& command, const Action& action, const std::string& age
     return std::max(badUsage, command.failure);
   }
   try {
-    return action(AgentConnection(connectTo(*address)), words);
+    AgentConnection connection(connectTo(*address));
+    return action(connection, {.words = words});
   } catch (const AgentError& error) {
     if (error.code() == EPIPE) {
       return outputClosed;
@@ -43,32 +45,15 @@ int perform(const Command& command, const Action& action, const std::string& age
   }
 }
 
-/// The words behind the first "--" are a command's own: the parser, which would make a list of a
-/// word in brackets, does not get to see them.
-int run(std::vector<std::string> arguments) {
-  const auto dashes = std::find(arguments.begin(), arguments.end(), "--");
-  const Words words(dashes == arguments.end() ? dashes : dashes + 1, arguments.end());
-  arguments.erase(dashes, arguments.end());
-  std::reverse(arguments.begin(), arguments.end());  // the order in which the parser takes them
-
+int run(Words arguments) {
   CLI::App app("Talks to the TervainVMAgent of a virtual machine.", "tervainctl");
   std::string agent;
   app.add_option("-a,--agent", agent, addressHelp)->envname("TERVAIN_AGENT");
-  app.require_subcommand(1);
   app.fallthrough();
-  int status = badUsage;
-  for (const Command& command : commands()) {
-    CLI::App& options = *app.add_subcommand(command.name, command.help);
-    options.final_callback([&, action = command.declare(options)] {
-      status = perform(command, action, agent, words);
-    });
-  }
-  try {
-    app.parse(std::move(arguments));
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : badUsage;
-  }
-  return status;
+  return runCommandLine(app, std::move(arguments),
+                        [&](const Command& command, const Action& action, const Words& words) {
+                          return perform(command, action, agent, words);
+                        });
 }
 
 }  // namespace

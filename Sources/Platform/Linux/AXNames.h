@@ -22,6 +22,7 @@ enum Role : std::uint32_t {
   menuBar = 34,
   menuItem = 35,
   pageTab = 37,
+  pageTabList = 38,
   panel = 39,
   passwordText = 40,
   pushButton = 43,

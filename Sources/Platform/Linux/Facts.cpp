@@ -41,6 +41,7 @@ class Reading : public std::enable_shared_from_this<Reading> {
           const FactsWanted& wanted, FactsHandler done)
       : connection_(connection), object_(element.object), wanted_(wanted), done_(std::move(done)) {
     facts_.toolkit = element.toolkit;
+    facts_.isInTabList = wanted_.parentRole == AXNames::pageTabList;
     isApplication_ = element.window.empty();
   }
 
@@ -123,6 +124,9 @@ class Reading : public std::enable_shared_from_this<Reading> {
   void goOnIfItShows() {
     if (!isApplication_ && !facts_.shows()) {
       return;
+    }
+    if (facts_.extents && facts_.extents->areNowhere()) {
+      facts_.extents.reset();
     }
     askForChildren();
     if (wanted_.atOnce) {
@@ -293,13 +297,14 @@ class Reading : public std::enable_shared_from_this<Reading> {
 }  // namespace
 
 bool Facts::shows() const {
+  // A tab may be hidden while the page below it is not: editors do so with a single document.
+  if (kind.role == AXNames::application || isInTabList) {
+    return true;
+  }
   // Qt says of lists in closed boxes that they show, and gives them no size. GTK 4 says it of
   // windows alone.
-  if (extents && (extents->width <= 0 || extents->height <= 0 || extents->x == INT_MIN)) {
+  if (extents && extents->areNowhere()) {
     return false;
-  }
-  if (kind.role == AXNames::application) {
-    return true;
   }
   return has(State::showing) || (toolkit == Toolkit::gtk4 && has(State::visible));
 }

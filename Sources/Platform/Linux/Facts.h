@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -17,6 +18,9 @@ struct Extents {
   int y = 0;
   int width = 0;
   int height = 0;
+
+  /// Whether this is what toolkits say of something that is not on the screen.
+  [[nodiscard]] bool areNowhere() const { return width <= 0 || height <= 0 || x == INT_MIN; }
 };
 
 struct ToolkitAction {
@@ -36,6 +40,7 @@ struct Facts {
   std::vector<AccessibilityBus::Object> children;  ///< the first of them
   std::size_t childCount = 0;
   Toolkit toolkit = Toolkit::other;
+  bool isInTabList = false;
 
   [[nodiscard]] bool has(AXNames::State state) const { return AXNames::has(kind.states, state); }
 

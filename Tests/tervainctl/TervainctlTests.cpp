@@ -1,0 +1,241 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "Support/Peer.h"
+#include "Support/TempDir.h"
+#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/SpawnGroupLeader.h"
+
+namespace tervain::test {
+namespace {
+
+using Words = std::vector<std::string>;
+
+Json parse(const char* text) {
+  return Json::parse(text);
+}
+
+/// Answers requests by script, connection after connection, and keeps them.
+class ScriptedAgent {
+ public:
+  ScriptedAgent() : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path().copy(address.sun_path, sizeof address.sun_path - 1);
+    bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    listen(listener_.get(), 5);
+    thread_ = std::thread([this] { serve(); });
+  }
+  ~ScriptedAgent() { stop(); }
+  ScriptedAgent(const ScriptedAgent&) = delete;
+  ScriptedAgent& operator=(const ScriptedAgent&) = delete;
+
+  [[nodiscard]] std::string path() const { return dir_.path("agent.sock"); }
+
+  /// The requests so far, once all connections are through. Nothing more is served then.
+  const std::vector<Json>& stop() {
+    if (thread_.joinable()) {
+      stopped_ = true;
+      Peer::connect(path());  // wakes the thread, behind those that came before
+      thread_.join();
+    }
+    return requests_;
+  }
+
+  std::map<std::string, Json> replies;  // by op; others get a bare success
+
+ private:
+  void serve() {
+    while (!stopped_) {
+      Peer peer(UniqueFD(accept(listener_.get(), nullptr, nullptr)));
+      while (const auto line = peer.readLine()) {
+        requests_.push_back(Json::parse(*line));
+        const auto reply = replies.find(requests_.back().value("op", ""));
+        peer.send((reply == replies.end() ? Json{{"ok", true}} : reply->second).dump() + "\n");
+      }
+    }
+  }
+
+  TempDir dir_;
+  UniqueFD listener_;
+  std::vector<Json> requests_;
+  std::atomic<bool> stopped_ = false;
+  std::thread thread_;
+};
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+std::string contentOf(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+/// Runs tervainctl to its end.
+Outcome call(const ScriptedAgent& agent, const Words& arguments, std::string_view input = "") {
+  const TempDir dir;
+  dir.write("in", input);
+  const auto create = [&](const char* name) {
+    return UniqueFD(open(dir.path(name).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+  };
+  Environment environment = processEnvironment();
+  environment["TERVAIN_AGENT"] = "unix:" + agent.path();
+  const pid_t pid =
+      spawnGroupLeader(TERVAINCTL_PATH, arguments, environment,
+                       UniqueFD(open(dir.path("in").c_str(), O_RDONLY | O_CLOEXEC)).get(),
+                       create("out").get(), create("err").get());
+  int status = 0;
+  if (!eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; })) {
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+  }
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(dir.path("out")),
+          contentOf(dir.path("err"))};
+}
+
+TEST(TervainctlTest, OptionsBecomeRequests) {
+  const struct {
+    Words arguments;
+    const char* request;
+  } cases[]{
+      {{"click", "-5", "10"}, R"({"op":"click","x":-5,"y":10})"},
+      {{"click", "1", "-2", "--button", "right", "--count", "2"},
+       R"({"op":"click","x":1,"y":-2,"button":"right","count":2})"},
+      {{"drag", "--from", "-1", "2", "-3", "4"},
+       R"({"op":"drag","fromX":-1,"fromY":2,"toX":-3,"toY":4})"},
+      {{"drag", "7", "8"}, R"({"op":"drag","toX":7,"toY":8})"},
+      {{"scroll", "--dy", "-3"}, R"({"op":"scroll","dy":-3})"},
+      {{"type", "[a, \"b\"]"}, R"({"op":"type","text":"[a, \"b\"]"})"},
+      {{"type", "ping"}, R"({"op":"type","text":"ping"})"},
+      {{"type", "--", "--help"}, R"({"op":"type","text":"--help"})"},
+      {{"type", "-"}, R"({"op":"type","text":"from\nstdin"})"},
+      {{"key", "cmd+-"}, R"({"op":"key","chord":"cmd+-"})"},
+      {{"launch", "Text Edit"}, R"({"op":"launch_app","name":"Text Edit"})"},
+      {{"move", "3", "4"}, R"({"op":"move","x":3,"y":4})"},
+  };
+  for (const auto& [arguments, request] : cases) {
+    ScriptedAgent agent;
+    const Outcome outcome = call(agent, arguments, "from\nstdin");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(agent.stop(), std::vector<Json>{parse(request)});
+  }
+}
+
+TEST(TervainctlTest, SendsNothingThatMakesNoSense) {
+  ScriptedAgent agent;
+  for (const Words& arguments :
+       {Words{"click", "1"}, Words{"click", "1", "2.5"}, Words{"click", "1", "2", "--button", "x"},
+        Words{"tree", "--pid", "4294967296"}, Words{"press", "e1"}, Words{"drag", "--from", "1"},
+        Words{"ping", "--", "x"}, Words{}}) {
+    const Outcome outcome = call(agent, arguments);
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_NE(outcome.err, "");
+  }
+  EXPECT_EQ(call(agent, {"exec"}).status, 255);
+  EXPECT_TRUE(agent.stop().empty());
+}
+
+TEST(TervainctlTest, ScreenshotsGoWhereTheyAreWanted) {
+  ScriptedAgent agent;
+  const TempDir dir;
+  std::string image = "\xff\xd8";
+  image.push_back('\0');
+  std::string text;
+  appendBase64(text, image);
+  agent.replies["screenshot"] = {
+      {"ok", true}, {"image", "/9gA"}, {"width", 2880}, {"height", 1800}, {"scale", 2.0}};
+  const Outcome printed = call(agent, {"screenshot"});
+  EXPECT_EQ(printed.out, image);
+  EXPECT_EQ(printed.err, "tervainctl: 2880x1800 pixels, scale 2.0\n");
+  const Outcome written = call(agent, {"screenshot", "--display", "1", "-o", dir.path("shot.jpg")});
+  EXPECT_EQ(written.out, "");
+  EXPECT_EQ(contentOf(dir.path("shot.jpg")), image);
+  EXPECT_EQ(call(agent, {"screenshot", "-o", dir.path("no/such")}).status, 1);
+  EXPECT_EQ(agent.stop().at(1), parse(R"({"op":"screenshot","display":1})"));
+}
+
+TEST(TervainctlTest, TreesAreOutlined) {
+  ScriptedAgent agent;
+  agent.replies["ax_dump"] = parse(R"({"ok":true,"app":"Editor","truncated":true,"tree":
+    {"ref":"e1","role":"AXApplication","title":"Editor","children":[
+      {"ref":"e2","role":"AXWindow","subrole":"AXDialog","title":"a \"b\"\n","focused":true,
+       "frame":{"x":-5,"y":0,"w":30,"h":40},"childrenOmitted":2,"children":[
+         {"ref":"e3","role":"AXButton","value":"1","enabled":false,
+          "actions":["AXPress","AXShowMenu"]}]},
+      {"ref":"e4"}]}})");
+  const Outcome outcome = call(agent, {"tree", "--depth", "3", "--pid", "12"});
+  EXPECT_EQ(outcome.out,
+            "e1 AXApplication \"Editor\"\n"
+            "  e2 AXWindow/AXDialog \"a \\\"b\\\"\\n\" -5,0 30x40 focused\n"
+            "    e3 AXButton =\"1\" disabled [AXPress, AXShowMenu]\n"
+            "    2 not shown\n"
+            "  e4\n");
+  EXPECT_NE(outcome.err.find("more elements"), std::string::npos);
+  EXPECT_EQ(Json::parse(call(agent, {"tree", "--json"}).out), agent.replies["ax_dump"]);
+  EXPECT_EQ(agent.stop().front(), parse(R"({"op":"ax_dump","maxDepth":3,"pid":12})"));
+}
+
+TEST(TervainctlTest, SessionsPerformLineAfterLineOnOneConnection) {
+  ScriptedAgent agent;
+  agent.replies["cursor_position"] = parse(R"({"ok":true,"x":1,"y":2})");
+  agent.replies["ax_element_at"] = parse(R"({"ok":true,"node":{"ref":"e1"}})");
+  agent.replies["ax_action"] = parse(R"({"ok":true,"note":"verify"})");
+  agent.replies["ax_focus"] = parse(R"({"ok":false,"error":"stale"})");
+  agent.replies["ax_dump"] = parse(R"({"ok":true})");
+  const Outcome outcome = call(agent, {"session"},
+                               "# a comment\n"
+                               "\n"
+                               "cursor\r\n"
+                               "at -3 4   # what is there?\n"
+                               "press e1\n"
+                               "focus e1\n"
+                               "tree\n"
+                               "set e1 'it'\\''s \"\\' \n"
+                               "set e1 ''\n"
+                               "type \"a \\\"\\\\\\n#\"#b\\ c\n"
+                               "type 'open\n"
+                               "type -\n"
+                               "exec -- ls\n"
+                               "nonsense\n"
+                               "press e1 AXShowMenu");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.out, "1 2\ne1\n");
+  for (const char* complaint :
+       {"verify", "stale", "reading the elements", "ends within quotes", "put the text on the line",
+        "exec doesn't work in a session", "no such command: nonsense"}) {
+    EXPECT_NE(outcome.err.find(complaint), std::string::npos) << outcome.err;
+  }
+  const std::vector<Json> requests{
+      parse(R"({"op":"cursor_position"})"),
+      parse(R"({"op":"ax_element_at","x":-3,"y":4})"),
+      parse(R"({"op":"ax_action","ref":"e1"})"),
+      parse(R"({"op":"ax_focus","ref":"e1"})"),
+      parse(R"({"op":"ax_dump"})"),
+      parse(R"({"op":"ax_set_value","ref":"e1","value":"it's \"\\"})"),
+      parse(R"({"op":"ax_set_value","ref":"e1","value":""})"),
+      parse(R"({"op":"type","text":"a \"\\\\n##b c"})"),
+      parse(R"({"op":"ax_action","ref":"e1","action":"AXShowMenu"})"),
+  };
+  EXPECT_EQ(agent.stop(), requests);
+}
+
+TEST(TervainctlTest, SessionsSucceedWhenAllTheirCommandsDo) {
+  ScriptedAgent agent;
+  EXPECT_EQ(call(agent, {"session"}, "move 1 2\nkey return\nclick --help\n").status, 0);
+  EXPECT_EQ(agent.stop().size(), 2U);
+}
+
+}  // namespace
+}  // namespace tervain::test
