@@ -25,10 +25,7 @@ TEST(AXNames, EveryRoleHasAName) {
 
 TEST(AXNames, WhatTheNumberLeavesOpenIsToldByTheRest) {
   const std::uint64_t multiLine = std::uint64_t{1} << 17U;
-  const struct {
-    Kind kind;
-    const char* names;
-  } cases[] = {
+  const std::pair<Kind, const char*> cases[] = {
       {{.role = 0}, "AXUnknown/"},
       {{.role = 1000, .hasChildren = true}, "AXGroup/"},
       {{.role = text}, "AXTextField/"},
@@ -46,19 +43,14 @@ TEST(AXNames, WhatTheNumberLeavesOpenIsToldByTheRest) {
       {{.role = frame, .parentRole = application}, "AXWindow/AXStandardWindow"},
       {{.role = frame, .parentRole = frame}, "AXGroup/"},
       {{.role = comboBox}, "AXPopUpButton/"},
-      {{.role = comboBox, .hasEntry = true}, "AXComboBox/"},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(namesFor(c.kind), c.names) << c.kind.role << " " << c.kind.roleName;
+      {{.role = comboBox, .hasEntry = true}, "AXComboBox/"}};
+  for (const auto& [kind, names] : cases) {
+    EXPECT_EQ(namesFor(kind), names) << kind.role << " " << kind.roleName;
   }
 }
 
 TEST(AXNames, ActionsAreWhatAUserCanDo) {
-  const struct {
-    const char* action;
-    std::uint32_t role;
-    std::optional<std::string> name;
-  } cases[] = {
+  const std::tuple<const char*, std::uint32_t, std::optional<std::string>> cases[] = {
       {"Click", pushButton, "AXPress"},
       {"toggle", checkBox, "AXPress"},
       {"Activate", menuItem, "AXPress"},
@@ -70,10 +62,9 @@ TEST(AXNames, ActionsAreWhatAUserCanDo) {
       {"Expand or contract", tableCell, "Expand or contract"},
       {"clipboard.copy", label, std::nullopt},
       {"SetFocus", text, std::nullopt},
-      {"", pushButton, std::nullopt},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(actionName(c.action, c.role), c.name) << c.action;
+      {"", pushButton, std::nullopt}};
+  for (const auto& [action, role, name] : cases) {
+    EXPECT_EQ(actionName(action, role), name) << action;
   }
 }
 

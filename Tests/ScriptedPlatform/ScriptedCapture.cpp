@@ -42,9 +42,9 @@ std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Dead
   }
   std::vector<ShareableDisplay> displays;
   for (const auto& display : script->displays) {
-    auto handle = std::make_shared<ShareableDisplay::Handle>();
-    handle->index = displays.size();
-    displays.push_back({std::move(handle), display.contentSize, display.scale});
+    const ShareableDisplay::Handle handle{displays.size()};
+    displays.push_back({std::make_shared<const ShareableDisplay::Handle>(handle),
+                        display.contentSize, display.scale});
   }
   return displays;
 }
@@ -58,9 +58,8 @@ std::variant<Image, CaptureError> captureImage(const ShareableDisplay& display, 
   if (!script->captureError.empty()) {
     return CaptureError{script->captureError};
   }
-  auto handle = std::make_shared<Image::Handle>();
-  handle->asked = {display.handle->index, width, height, 0};
-  return Image{std::move(handle), width, height - script->missingRows};
+  const Image::Handle handle{{display.handle->index, width, height, 0}};
+  return Image{std::make_shared<const Image::Handle>(handle), width, height - script->missingRows};
 }
 
 std::optional<std::string> encodeJPEG(const Image& image, double quality) {

