@@ -178,8 +178,7 @@ TEST(ScreenshotDesktop, EachMonitorIsADisplay) {
   xrandr({"--delmonitor", "right"});
 }
 
-/// Starts an X server with a screen, or what else its options say; its line is its display's
-/// number.
+/// How to start an X server with a screen. The line it writes is its display's number.
 std::vector<std::string> xServer(const std::string& screen,
                                  const std::vector<std::string>& options = {}) {
   std::vector<std::string> command{"Xvfb", "-displayfd", "1", "-nolisten",
