@@ -1,32 +1,19 @@
 #include "Support/AgentProcess.h"
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "VMAgentCore/AgentWire.h"
-#include "VMAgentCore/SpawnGroupLeader.h"
 
 namespace fs = std::filesystem;
 
 namespace tervain::test {
 namespace {
-
-UniqueFD openFile(const std::string& path, int flags) {
-  return UniqueFD(open(path.c_str(), flags | O_CLOEXEC, 0600));
-}
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 Environment cleanEnvironment(const std::map<std::string, std::string>& additions) {
   Environment environment = processEnvironment();
@@ -47,14 +34,6 @@ std::size_t entriesOf(const std::string& dir) {
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-pid_t spawn(const std::vector<std::string>& command, const Environment& environment,
-            const std::string& log) {
-  const UniqueFD null = openFile("/dev/null", O_RDWR);
-  const UniqueFD err = openFile(log, O_WRONLY | O_CREAT | O_APPEND);
-  return spawnGroupLeader(command.front(), std::span(command).subspan(1), environment, null.get(),
-                          err.get(), err.get());
-}
-
 }  // namespace
 
 AgentProcess::AgentProcess(const Options& options) : socket_(dir_.path("agent.sock")) {
@@ -73,30 +52,21 @@ AgentProcess::AgentProcess(std::uint32_t vsockPort) : vsockPort_(vsockPort) {
 }
 
 void AgentProcess::start(const std::vector<std::string>& command, const Environment& environment) {
-  pid_ = spawn(command, environment, dir_.path("log"));
+  program_.emplace(command, environment, Program::Errors::kept);
   // The socket may exist before the agent does; a reply shows that the agent serves it.
   connect().ask(R"({"op":"ping"})");
   eventually([this] { return log().find("host disconnected") != std::string::npos; });
 }
 
-AgentProcess::~AgentProcess() {
-  kill(pid_, SIGTERM);
-  waitpid(pid_, nullptr, 0);
-}
-
-std::string AgentProcess::log() const {
-  return contentOf(dir_.path("log"));
-}
-
 bool AgentProcess::alive() const {
-  return waitpid(pid_, nullptr, WNOHANG) == 0;
+  return waitpid(pid(), nullptr, WNOHANG) == 0;
 }
 
 AgentProcess::Footprint AgentProcess::footprint() const {
-  const std::string process = "/proc/" + std::to_string(pid_);
+  const std::string process = "/proc/" + std::to_string(pid());
   std::size_t children = 0;
   for (const auto& task : fs::directory_iterator(process + "/task")) {
-    std::istringstream pids(contentOf(task.path() / "children"));
+    std::istringstream pids(textOf(task.path() / "children"));
     children += static_cast<std::size_t>(
         std::distance(std::istream_iterator<pid_t>(pids), std::istream_iterator<pid_t>()));
   }
@@ -106,7 +76,7 @@ AgentProcess::Footprint AgentProcess::footprint() const {
 std::size_t AgentProcess::residentBytes() const {
   std::size_t total = 0;
   std::size_t resident = 0;
-  std::ifstream("/proc/" + std::to_string(pid_) + "/statm") >> total >> resident;
+  std::ifstream("/proc/" + std::to_string(pid()) + "/statm") >> total >> resident;
   return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
@@ -116,22 +86,16 @@ void PrintTo(const AgentProcess::Footprint& footprint, std::ostream* out) {
 }
 
 bool isRunning(pid_t pid) {
-  const std::string stat = contentOf("/proc/" + std::to_string(pid) + "/stat");
+  const std::string stat = textOf("/proc/" + std::to_string(pid) + "/stat");
   const std::size_t nameEnd = stat.rfind(')');
   return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") Z") != 0;
 }
 
 Ended runToEnd(const std::vector<std::string>& command,
                const std::map<std::string, std::string>& environment) {
-  const TempDir dir;
-  const pid_t pid = spawn(command, cleanEnvironment(environment), dir.path("log"));
-  int status = 0;
-  const bool ended = eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; });
-  if (!ended) {
-    kill(pid, SIGKILL);
-    waitpid(pid, &status, 0);
-  }
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(dir.path("log"))};
+  Program program(command, cleanEnvironment(environment), Program::Errors::kept);
+  const int status = program.waitForEnd().value_or(-1);
+  return {status, program.output()};
 }
 
 }  // namespace tervain::test

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Support/Peer.h"
+#include "Support/Program.h"
 #include "Support/TempDir.h"
 #include "VMAgentCore/Environment.h"
 
@@ -30,18 +31,14 @@ class AgentProcess {
   /// Lets it open its own listener, on a vsock port of a machine that has a vsock loopback.
   explicit AgentProcess(std::uint32_t vsockPort);
 
-  ~AgentProcess();
-  AgentProcess(const AgentProcess&) = delete;
-  AgentProcess& operator=(const AgentProcess&) = delete;
-
   [[nodiscard]] Peer connect() const {
     return vsockPort_ ? Peer::connect(*vsockPort_) : Peer::connect(socket_);
   }
   [[nodiscard]] const std::string& socket() const { return socket_; }
-  [[nodiscard]] pid_t pid() const { return pid_; }
+  [[nodiscard]] pid_t pid() const { return program_->pid(); }
 
   /// What the agent has logged so far.
-  [[nodiscard]] std::string log() const;
+  [[nodiscard]] std::string log() const { return program_->output(); }
 
   /// Whether it is still running.
   [[nodiscard]] bool alive() const;
@@ -68,7 +65,7 @@ class AgentProcess {
   TempDir dir_;
   std::string socket_;
   std::optional<std::uint32_t> vsockPort_;
-  pid_t pid_ = -1;
+  std::optional<Program> program_;
 };
 
 void PrintTo(const AgentProcess::Footprint& footprint, std::ostream* out);

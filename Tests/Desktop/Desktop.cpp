@@ -1,18 +1,10 @@
-#include "Desktop/InputDesktop.h"
+#include "Desktop/Desktop.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <xcb/xproto.h>
 
-#include <csignal>
 #include <cstdlib>
 
 #include "Platform/Linux/Xkb.h"
-#include "Support/Deadline.h"
-#include "VMAgentCore/IO.h"
-#include "VMAgentCore/SpawnGroupLeader.h"
-#include "VMAgentCore/System.h"
 
 namespace tervain::test {
 namespace {
@@ -31,45 +23,42 @@ X11::Session openSession() {
 std::map<std::string, std::string> desktopEnvironment() {
   std::map<std::string, std::string> environment;
   for (const char* name : {"DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"}) {
-    if (const char* value = std::getenv(name)) {
-      environment[name] = value;
-    }
+    environment[name] = std::getenv(name);
   }
   return environment;
 }
 
-Program::Program(const std::vector<std::string>& command) {
-  System::Pipe out = System::makePipe();
-  const UniqueFD null(open("/dev/null", O_RDWR | O_CLOEXEC));
-  pid_ = spawnGroupLeader(command.front(), std::span(command).subspan(1), processEnvironment(),
-                          null.get(), out.writeEnd.get(), null.get());
-  out_ = std::move(out.readEnd);
+Json DesktopTest::perform(Peer& host, const std::string& op, Json fields) {
+  fields["op"] = op;
+  return host.ask(fields.dump());
 }
 
-Program::~Program() {
-  if (pid_ > 0) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
+Json findNode(const Json& tree, const std::string& role, const std::string& text,
+              const std::string& member) {
+  if (!tree.is_object()) {
+    return {};
   }
+  if (tree.value("role", "") == role && (member.empty() || tree.contains(member)) &&
+      (text.empty() || tree.value("title", "") == text || tree.value("value", "") == text)) {
+    return tree;
+  }
+  for (const Json& child : tree.value("children", Json::array())) {
+    if (Json found = findNode(child, role, text, member); found.is_object()) {
+      return found;
+    }
+  }
+  return {};
 }
 
-std::string Program::readLine() const {
-  std::string line;
-  char c = 0;
-  while (readSome(out_.get(), {&c, 1}) == 1 && c != '\n') {
-    line += c;
-  }
-  return line;
-}
-
-std::optional<std::string> Program::output() {
-  if (!eventually([this] { return waitpid(pid_, nullptr, WNOHANG) == pid_; })) {
-    return std::nullopt;
-  }
-  pid_ = -1;
-  char text[4096];
-  const ssize_t n = readSome(out_.get(), text);
-  return std::string(text, n > 0 ? static_cast<std::size_t>(n) : 0);
+Json awaitNode(Peer& host, const Program& application, const std::string& role,
+               const std::string& text, const std::string& member) {
+  Json found;
+  eventually([&] {
+    const Json request{{"op", "ax_dump"}, {"maxDepth", 25}, {"pid", application.pid()}};
+    found = findNode(host.ask(request.dump())["tree"], role, text, member);
+    return found.is_object();
+  });
+  return found;
 }
 
 Witness::Witness() : x11_(openSession()), window_(xcb_generate_id(x11_.get())) {
@@ -87,7 +76,7 @@ Witness::~Witness() {
 
 void Witness::watchInput() {
   xcb_map_window(x11_.get(), window_);
-  while (const auto event = x11_.awaitEvent(Clock::now() + patience)) {
+  while (const auto event = x11_.awaitEvent(X11::Clock::now() + patience)) {
     if ((event->response_type & 0x7F) == XCB_MAP_NOTIFY) {
       break;
     }
@@ -99,7 +88,7 @@ void Witness::watchInput() {
 std::vector<Witness::Seen> Witness::seen(std::size_t count) {
   std::vector<Seen> all;
   while (all.size() < count) {
-    const auto event = x11_.awaitEvent(Clock::now() + std::chrono::seconds(2));
+    const auto event = x11_.awaitEvent(X11::Clock::now() + std::chrono::seconds(2));
     if (!event) {
       break;
     }
@@ -154,22 +143,14 @@ std::uint32_t Witness::cardinal(xcb_window_t window, const char* property) {
   return *static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
 }
 
-/// Whether a window or one right inside it gets the keys.
-bool Witness::hasFocus(xcb_window_t window) {
-  const auto focus =
-      x11_.await<xcb_get_input_focus_reply_t>(xcb_get_input_focus(x11_.get()).sequence);
-  const auto tree =
-      x11_.await<xcb_query_tree_reply_t>(xcb_query_tree(x11_.get(), focus->focus).sequence);
-  return focus->focus == window || (tree && tree->parent == window);
+pid_t Witness::activeProcess() {
+  const xcb_window_t active = cardinal(x11_.screen().root, "_NET_ACTIVE_WINDOW");
+  return active == XCB_NONE ? 0 : static_cast<pid_t>(cardinal(active, "_NET_WM_PID"));
 }
 
 Witness::Window Witness::awaitActive(pid_t pid) {
-  xcb_window_t active = XCB_NONE;
-  const bool found = eventually([&] {
-    active = cardinal(x11_.screen().root, "_NET_ACTIVE_WINDOW");
-    return active != XCB_NONE && cardinal(active, "_NET_WM_PID") == static_cast<std::uint32_t>(pid);
-  });
-  EXPECT_TRUE(found) << "no window of the program gets active";
+  EXPECT_TRUE(eventually([&] { return activeProcess() == pid; })) << "no active window";
+  const xcb_window_t active = cardinal(x11_.screen().root, "_NET_ACTIVE_WINDOW");
   const auto size =
       x11_.await<xcb_get_geometry_reply_t>(xcb_get_geometry(x11_.get(), active).sequence);
   const auto place = x11_.await<xcb_translate_coordinates_reply_t>(
@@ -184,7 +165,7 @@ std::string Witness::clipboard() {
   const xcb_atom_t property = x11_.atom("TERVAIN_TEST");
   xcb_convert_selection(x11_.get(), window_, x11_.atom("CLIPBOARD"), x11_.atom("UTF8_STRING"),
                         property, XCB_CURRENT_TIME);
-  while (const auto event = x11_.awaitEvent(Clock::now() + std::chrono::seconds(5))) {
+  while (const auto event = x11_.awaitEvent(X11::Clock::now() + std::chrono::seconds(5))) {
     if ((event->response_type & 0x7F) == XCB_SELECTION_NOTIFY) {
       break;
     }
