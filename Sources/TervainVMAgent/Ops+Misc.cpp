@@ -101,14 +101,16 @@ Reply ConnectionHandler::opPing() {
   for (const Platform::Display& display : Platform::activeDisplays(maxDisplays)) {
     displays.push_back(describeDisplay(display));
   }
-  Json readiness;
+  // Member by member: an initializer list would first make an array of each pair.
+  Json reply;
+  Json& readiness = reply["readiness"];
   readiness["accessibility"] = Platform::accessibilityGranted();
   readiness["screenRecording"] = Platform::screenRecordingGranted();
   readiness["postEvent"] = Platform::postEventGranted();
-  return Json{{"ok", true},
-              {"version", AgentWire::version},
-              {"displays", std::move(displays)},
-              {"readiness", std::move(readiness)}};
+  reply["displays"] = std::move(displays);
+  reply["version"] = AgentWire::version;
+  reply["ok"] = true;
+  return reply;
 }
 
 Reply ConnectionHandler::opCursorPosition() {

@@ -61,7 +61,8 @@ int countAnswer(sd_bus_message* /*reply*/, void* userdata, sd_bus_error* /*error
 /// The address of the accessibility bus as the session bus tells it. Empty when it doesn't. Says
 /// at the same time that somebody is going to look, since Qt shows nothing otherwise.
 std::string askSessionBus(Clock::time_point deadline) {
-  // Without either there is no session bus, and looking for it would cost a ping more than the rest.
+  // Without either there is no session bus, and looking for it would cost a ping more than the
+  // rest.
   if (!std::getenv("DBUS_SESSION_BUS_ADDRESS") && !std::getenv("XDG_RUNTIME_DIR")) {
     return {};
   }
