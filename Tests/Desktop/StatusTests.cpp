@@ -114,9 +114,11 @@ TEST_F(Status, DoesNotWaitForWhatHangs) {
   EXPECT_TRUE(
       eventually([&] { return late.ask(R"({"op":"ping"})")["readiness"] == grants(true, true); }));
   late.close();
-  // One connection to the X server more may be kept than before.
-  EXPECT_TRUE(eventually([&] { return agent_.footprint().threads == footprint.threads; }));
-  EXPECT_LE(agent_.footprint().descriptors, footprint.descriptors + 1);
+  // The attempts to connect that hung have left up to three more connections to be kept.
+  EXPECT_TRUE(eventually([&] {
+    const auto now = agent_.footprint();
+    return now.threads <= footprint.threads && now.descriptors <= footprint.descriptors + 3;
+  })) << testing::PrintToString(agent_.footprint());
 }
 
 }  // namespace

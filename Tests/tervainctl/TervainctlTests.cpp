@@ -32,13 +32,19 @@ class ScriptedAgent {
     path().copy(address.sun_path, sizeof address.sun_path - 1);
     bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     listen(listener_.get(), 5);
-    thread_ = std::thread([this] { serve(); });
   }
   ~ScriptedAgent() { stop(); }
   ScriptedAgent(const ScriptedAgent&) = delete;
   ScriptedAgent& operator=(const ScriptedAgent&) = delete;
 
   [[nodiscard]] std::string path() const { return dir_.path("agent.sock"); }
+
+  /// Begins to serve, with the replies that are set by then.
+  void start() {
+    if (!thread_.joinable() && !stopped_) {
+      thread_ = std::thread([this] { serve(); });
+    }
+  }
 
   /// The requests so far, once all connections are through. Nothing more is served then.
   const std::vector<Json>& stop() {
@@ -84,7 +90,8 @@ std::string contentOf(const std::string& path) {
 }
 
 /// Runs tervainctl to its end.
-Outcome call(const ScriptedAgent& agent, const Words& arguments, std::string_view input = "") {
+Outcome call(ScriptedAgent& agent, const Words& arguments, std::string_view input = "") {
+  agent.start();
   const TempDir dir;
   dir.write("in", input);
   const auto create = [&](const char* name) {
