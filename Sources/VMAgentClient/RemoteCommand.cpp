@@ -6,30 +6,12 @@
 
 #include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/Base64.h"
+#include "VMAgentCore/ExecFrames.h"
 #include "VMAgentCore/IO.h"
 
 namespace tervain {
-namespace {
 
 namespace wire = AgentWire::Exec;
-
-/// The frame that carries input, its line feed left out.
-std::string inputFrame(std::string_view bytes) {
-  std::string line = "{\"";
-  line.append(wire::tagKey).append("\":\"").append(wire::stdin_).append("\",\"");
-  line.append(wire::dataKey).append("\":\"");
-  appendBase64(line, bytes);
-  return line.append("\"}");
-}
-
-void pass(const Json& frame, const RemoteCommand::Output& output) {
-  const std::string* text = stringMember(frame, wire::dataKey);
-  if (const auto bytes = text ? decodeBase64(*text) : std::nullopt) {
-    output(*bytes);
-  }
-}
-
-}  // namespace
 
 RemoteCommand::RemoteCommand(AgentConnection connection, std::string_view command)
     : connection_(std::move(connection)), buffer_(new char[inputChunk]) {
@@ -86,7 +68,10 @@ void RemoteCommand::forwardSignals() {
 void RemoteCommand::forwardInput() {
   const ssize_t n = readSome(streams_.input, {buffer_.get(), inputChunk});
   if (n > 0) {
-    connection_.sendLine(inputFrame({buffer_.get(), static_cast<std::size_t>(n)}));
+    std::string frame;
+    ExecFrames::output(frame, wire::stdin_, {buffer_.get(), static_cast<std::size_t>(n)});
+    frame.pop_back();
+    connection_.sendLine(frame);
   } else if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
     endInput();
   }
@@ -100,15 +85,27 @@ void RemoteCommand::endInput() {
 
 std::optional<RemoteCommand::Result> RemoteCommand::takeFrames() {
   while (const auto line = connection_.nextLine()) {
-    const std::optional<Json> frame = parseObject(*line);
-    if (!frame) {
+    const auto output = ExecFrames::payload(*line);
+    if (output && pass(output->tag, output->bytes)) {
       continue;
     }
-    if (auto result = take(*frame)) {
+    const std::optional<Json> frame = parseObject(*line);
+    if (auto result = frame ? take(*frame) : std::nullopt) {
       return result;
     }
   }
   return std::nullopt;
+}
+
+/// False when the tag is not that of output.
+bool RemoteCommand::pass(std::string_view tag, std::string_view bytes) const {
+  if (tag != wire::stdout_ && tag != wire::stderr_) {
+    return false;
+  }
+  if (!bytes.empty()) {
+    (tag == wire::stdout_ ? streams_.onOutput : streams_.onError)(bytes);
+  }
+  return true;
 }
 
 /// Frames of kinds that are not known are left for later versions of the protocol to mean.
@@ -119,13 +116,14 @@ std::optional<RemoteCommand::Result> RemoteCommand::take(const Json& frame) {
     const std::string* error = stringMember(frame, "error");
     return error ? std::optional<Result>(Refused{*error}) : std::nullopt;
   }
-  if (*tag == wire::stdout_) {
-    pass(frame, streams_.onOutput);
-  } else if (*tag == wire::stderr_) {
-    pass(frame, streams_.onError);
-  } else if (*tag == wire::exit) {
+  const std::string* text = stringMember(frame, wire::dataKey);
+  if (pass(*tag, (text ? decodeBase64(*text) : std::nullopt).value_or(""))) {
+    return std::nullopt;
+  }
+  if (*tag == wire::exit) {
     return Exited{static_cast<int>(integerMember(frame, wire::codeKey).value_or(-1))};
-  } else if (*tag == wire::spawnError) {
+  }
+  if (*tag == wire::spawnError) {
     const std::string* message = stringMember(frame, wire::messageKey);
     return Refused{message ? *message : "the agent gives no reason"};
   }

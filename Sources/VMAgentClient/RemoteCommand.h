@@ -60,6 +60,7 @@ class RemoteCommand {
   void forwardInput();
   void endInput();
   std::optional<Result> takeFrames();
+  [[nodiscard]] bool pass(std::string_view tag, std::string_view bytes) const;
   std::optional<Result> take(const Json& frame);
 
   AgentConnection connection_;

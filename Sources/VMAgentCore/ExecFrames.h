@@ -1,9 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
-/// The frames that the agent sends during an exec, each with its line feed.
+/// The frames of an exec. Those that are written here have their line feed.
 namespace tervain::ExecFrames {
 
 /// Replaces `line` by a frame that carries output. `tag` is the type of the stream. The payload is
@@ -15,5 +16,15 @@ std::string exit(int code);
 
 /// The command could not be run, and why.
 std::string error(std::string_view message);
+
+struct Payload {
+  std::string_view tag;  ///< lies in the line
+  std::string bytes;
+};
+
+/// Reads a frame of bytes whose text is what both sides write, {"t":TAG,"d":BASE64} without a
+/// space, several times as fast as JSON is read. Nothing for any other line, which may be a frame
+/// too.
+std::optional<Payload> payload(std::string_view line);
 
 }  // namespace tervain::ExecFrames

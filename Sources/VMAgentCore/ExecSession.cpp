@@ -220,13 +220,18 @@ class Pump {
 
   /// What is not a frame, or not complete, is ignored.
   void handleHostFrame(std::string_view line) {
+    if (const auto input = ExecFrames::payload(line); input && input->tag == wire::stdin_) {
+      feed(input->bytes);
+      return;
+    }
     const std::optional<Json> frame = parseObject(line);
     const std::string* tag = frame ? stringMember(*frame, wire::tagKey) : nullptr;
     if (!tag) {
       return;
     }
     if (*tag == wire::stdin_) {
-      feed(*frame);
+      const std::string* text = stringMember(*frame, wire::dataKey);
+      feed((text ? decodeBase64(*text) : std::nullopt).value_or(""));
     } else if (*tag == wire::stdinEOF) {
       streams_.in.reset();
     } else if (*tag == wire::signal) {
@@ -234,13 +239,9 @@ class Pump {
     }
   }
 
-  void feed(const Json& frame) {
-    const std::string* text = stringMember(frame, wire::dataKey);
-    if (!text || !streams_.in) {
-      return;
-    }
-    if (const auto bytes = decodeBase64(*text)) {
-      ExecSession::writeBounded(streams_.in.get(), *bytes, ExecSession::stdinRetries);
+  void feed(std::string_view bytes) {
+    if (streams_.in) {
+      ExecSession::writeBounded(streams_.in.get(), bytes, ExecSession::stdinRetries);
     }
   }
 

@@ -56,9 +56,10 @@ class RemoteCommandTest : public testing::Test {
 };
 
 TEST_F(RemoteCommandTest, PutsFramesTogetherWhereverTheyAreSplit) {
-  const std::string frames = outputFrame("o", "one ") + "\r\n{\"t\":\"later\"}\n[]\n" +
-                             outputFrame("e", "bad") + outputFrame("o", "two") +
-                             "{\"t\":\"x\",\"code\":7}\n";
+  const std::string frames =
+      outputFrame("o", "one ") + "\r\n{\"t\":\"later\"}\n[]\n" + outputFrame("e", "bad\xff\xff") +
+      outputFrame("o", "two") + "{\"t\":\"o\",\"d\":\"no base64\"}\n" +
+      "{\"d\":\"IHRo\\u0063mVl\", \"t\":\"\\u006f\"}\n" + "{\"t\":\"x\",\"code\":7}\n";
   for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, frames.size()}) {
     const auto result = run([&](Peer& peer) {
       EXPECT_EQ(peer.readJson(), Json({{"op", "exec"}, {"command", "command"}}));
@@ -68,8 +69,8 @@ TEST_F(RemoteCommandTest, PutsFramesTogetherWhereverTheyAreSplit) {
       }
     });
     EXPECT_EQ(std::get<RemoteCommand::Exited>(result).code, 7);
-    EXPECT_EQ(output_, "one two");
-    EXPECT_EQ(errors_, "bad");
+    EXPECT_EQ(output_, "one two three");
+    EXPECT_EQ(errors_, "bad\xff\xff");
   }
 }
 
