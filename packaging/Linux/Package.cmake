@@ -18,7 +18,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tervain-open.8.gz
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES Linux/tervain-vm-agent.service Linux/tervain-vm-agent.socket
   DESTINATION lib/systemd/user)
-install(FILES Linux/96tervain-vm-agent DESTINATION /etc/X11/Xsession.d)
+# Only the system's own prefix has its settings there; other installations leave /etc alone.
+install(CODE "if(CMAKE_INSTALL_PREFIX STREQUAL /usr)
+  file(INSTALL ${CMAKE_CURRENT_SOURCE_DIR}/Linux/96tervain-vm-agent DESTINATION /etc/X11/Xsession.d)
+endif()")
 install(FILES completions/_tervainctl
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 install(FILES Linux/copyright ${PROJECT_SOURCE_DIR}/docs/linux.md DESTINATION ${docs})
