@@ -49,6 +49,7 @@ int run(Words arguments) {
   CLI::App app("Talks to the TervainVMAgent of a virtual machine.", "tervainctl");
   std::string agent;
   app.add_option("-a,--agent", agent, addressHelp)->envname("TERVAIN_AGENT");
+  app.set_version_flag("--version", "tervainctl " TERVAIN_VERSION, "Print the version and exit");
   app.fallthrough();
   return runCommandLine(app, std::move(arguments),
                         [&](const Command& command, const Action& action, const Words& words) {
