@@ -13,15 +13,6 @@ namespace {
 
 namespace wire = AgentWire::Exec;
 
-/// The frame that carries input, its line feed left out.
-std::string inputFrame(std::string_view bytes) {
-  std::string line = "{\"";
-  line.append(wire::tagKey).append("\":\"").append(wire::stdin_).append("\",\"");
-  line.append(wire::dataKey).append("\":\"");
-  appendBase64(line, bytes);
-  return line.append("\"}");
-}
-
 void pass(const Json& frame, const RemoteCommand::Output& output) {
   const std::string* text = stringMember(frame, wire::dataKey);
   if (const auto bytes = text ? decodeBase64(*text) : std::nullopt) {
@@ -30,6 +21,14 @@ void pass(const Json& frame, const RemoteCommand::Output& output) {
 }
 
 }  // namespace
+
+std::string RemoteCommand::inputFrame(std::string_view bytes) {
+  std::string line = "{\"";
+  line.append(wire::tagKey).append("\":\"").append(wire::stdin_).append("\",\"");
+  line.append(wire::dataKey).append("\":\"");
+  appendBase64(line, bytes);
+  return line.append("\"}");
+}
 
 RemoteCommand::RemoteCommand(AgentConnection connection, std::string_view command)
     : connection_(std::move(connection)), buffer_(new char[inputChunk]) {
