@@ -93,17 +93,17 @@ void findsNothingWhereNothingIs(const Guest& guest, Findings& findings) {
 void knowsTheSpool(const Guest& guest, Findings& findings) {
   findings.note("only looked at, but for one file of this run");
   const auto added = runToEnd(guest,
-                              "s=\"$HOME/Library/Caches/tervain-dulk\"; test -d \"$s\" || "
-                              "{ mkdir -p \"$s\" && printf made; }; printf tervainctl-conform "
-                              ">\"$s/0-tervainctl-conform.jsonl\"");
-  // A folder that is none counts as not named.
-  const Json reply = guest.ask({{"op", "shell-events"}, {"dir", 5}, {"maxBytes", 1'000'000}});
+                              "cd; s=Library/Caches/tervain-dulk; test -d $s || { mkdir -p $s && "
+                              "printf made; }; printf tervainctl-conform >$s/0-tervainctl.jsonl");
+  // A folder that is no text counts as not named.
+  const Json reply = guest.ask({{"op", "shell-events"}, {"dir", 5}});
   const std::string* text = stringMember(reply, "events");
   const std::string events = text ? decodeBase64(*text).value_or("") : "";
   findings.expect(events.find("tervainctl-conform") != std::string::npos,
                   "a file in ~/Library/Caches/tervain-dulk is not collected");
-  runToEnd(guest, "s=\"$HOME/Library/Caches/tervain-dulk\"; rm \"$s/0-tervainctl-conform.jsonl\"" +
-                      std::string(added.out == "made" ? "; rmdir \"$s\"" : ""));
+  const bool made = added.out == "made";
+  runToEnd(guest, std::string("cd; s=Library/Caches/tervain-dulk; rm $s/0-tervainctl.jsonl; ") +
+                      (made ? "rmdir -p $s 2>/dev/null" : ""));
 }
 
 Check withCommands(const char* what, void (*run)(const Guest&, Findings&)) {

@@ -41,12 +41,13 @@ std::string row(const Check& check, const Findings& findings) {
   area.resize(areaWidth, ' ');
   std::string line(wordFor(findings.verdict()));
   line.append("  ").append(area).append(check.what);
-  if (!findings.remark().empty()) {
-    line.append(" (").append(findings.remark()).append(")");
-  }
-  if (!findings.reason().empty()) {
+  if (findings.verdict() == Verdict::diverged) {
     line.append("\n         ").append(areaWidth, ' ').append(findings.reason());
+    return line.append("\n");
   }
+  const bool skipped = findings.verdict() == Verdict::skipped;
+  const std::string& remark = skipped ? findings.reason() : findings.remark();
+  line.append(remark.empty() ? "" : " (" + remark + ")");
   return line.append("\n");
 }
 
