@@ -13,7 +13,8 @@ using test::AgentProcess;
 using test::TempDir;
 
 test::Ended conform(const AgentProcess& agent) {
-  return test::runToEnd({TERVAINCTL_PATH, "conform", "unix:" + agent.socket()}, {});
+  return test::runToEnd({TERVAINCTL_PATH, "conform", "unix:" + agent.socket()}, {},
+                        2 * test::patience);
 }
 
 TEST(Conform, HoldsWithoutADesktop) {
