@@ -85,31 +85,6 @@ void keepsRefsApart(const Guest& guest, Findings& findings) {
                        {{"ref", "e1"}});
 }
 
-void dumpsTheFrontmost(const Guest& guest, Findings& findings) {
-  if (!needs(guest, findings, Grant::accessibility)) {
-    return;
-  }
-  AgentConnection host = guest.connect();
-  std::int64_t firstRef = 1;
-  const struct {
-    Json maxDepth;
-    int limit;
-  } cases[]{{nullptr, 12}, {"3", 12}, {2.5, 12}, {1, 1}, {0, 1}, {-7, 1}, {3, 3}, {100, 25}};
-  for (const auto& [maxDepth, limit] : cases) {
-    const Json reply = dump(host, {{"maxDepth", maxDepth}});
-    if (reply == failure("no frontmost application to dump")) {
-      findings.skip("no application is in front");
-      return;
-    }
-    const std::string fault = dumpFault(reply, firstRef, limit);
-    if (!findings.expect(fault.empty(), "\"maxDepth\" " + shown(maxDepth) + ": " + fault)) {
-      return;
-    }
-    findings.note(reply["app"].get<std::string>());
-    firstRef += countNodes(reply["tree"]);
-  }
-}
-
 bool isHitOrReason(const Json& reply, std::int64_t x, std::int64_t y, std::int64_t ref) {
   if (truthy(reply, "ok")) {
     return hasMembers(reply, {"ok", "node"}) && nodeFault(reply["node"]).empty() &&
@@ -148,6 +123,31 @@ void hits(const Guest& guest, Findings& findings) {
 
 }  // namespace
 
+void checkFrontmostTree(const Guest& guest, Findings& findings) {
+  if (!needs(guest, findings, Grant::accessibility)) {
+    return;
+  }
+  AgentConnection host = guest.connect();
+  std::int64_t firstRef = 1;
+  const struct {
+    Json maxDepth;
+    int limit;
+  } cases[]{{nullptr, 12}, {"3", 12}, {2.5, 12}, {1, 1}, {0, 1}, {-7, 1}, {3, 3}, {100, 25}};
+  for (const auto& [maxDepth, limit] : cases) {
+    const Json reply = dump(host, {{"maxDepth", maxDepth}});
+    if (reply == failure("no frontmost application to dump")) {
+      findings.skip("no application is in front");
+      return;
+    }
+    const std::string fault = dumpFault(reply, firstRef, limit);
+    if (!findings.expect(fault.empty(), "\"maxDepth\" " + shown(maxDepth) + ": " + fault)) {
+      return;
+    }
+    findings.note(reply["app"].get<std::string>());
+    firstRef += countNodes(reply["tree"]);
+  }
+}
+
 std::vector<Check> accessibilityChecks() {
   constexpr const char* area = "accessibility";
   return {
@@ -155,7 +155,7 @@ std::vector<Check> accessibilityChecks() {
       {area, "refs that are unknown are refused as stale", refusesRefs},
       {area, "a process that does not exist has a bare root", dumpsWhatIsNotThere},
       {area, "refs count on, until the connection's next dump", keepsRefsApart},
-      {area, "the frontmost application's tree is well formed", dumpsTheFrontmost},
+      {area, "the frontmost application's tree is well formed", checkFrontmostTree},
       {area, "the hit test adds a ref, or tells why it has none", hits},
   };
 }

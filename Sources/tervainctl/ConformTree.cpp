@@ -5,8 +5,6 @@
 #include <charconv>
 #include <map>
 
-#include "tervainctl/ConformGuest.h"
-
 namespace tervain::ctl::conform {
 namespace {
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "VMAgentCore/Json.h"
+#include "tervainctl/ConformGuest.h"
 
 namespace tervain::ctl::conform {
 
@@ -23,6 +24,9 @@ std::int64_t countNodes(const Json& tree);
 
 /// The first node, the root first, for which this is true; null if there is none.
 Json findNode(const Json& tree, const std::function<bool(const Json& node)>& wanted);
+
+/// Checks the trees of the application in front, for every kind of "maxDepth".
+void checkFrontmostTree(const Guest& guest, Findings& findings);
 
 /// Whether this is one of the texts that tell why an accessibility call has failed.
 bool isReason(std::string_view text);
