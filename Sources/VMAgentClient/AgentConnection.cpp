@@ -1,6 +1,7 @@
 #include "VMAgentClient/AgentConnection.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,22 +19,33 @@ AgentConnection::AgentConnection(UniqueFD socket)
 }
 
 Json AgentConnection::request(const Json& object) {
+  return request(object, Deadline::max());
+}
+
+Json AgentConnection::request(const Json& object, Deadline deadline) {
   send(object);
-  auto line = nextLine();
-  while (!line && !ended()) {
-    pollfd entry = pollEntry();
-    waitForEvents({&entry, 1});
-    advance(entry.revents);
-    line = nextLine();
-  }
+  const auto line = waitForLine(deadline);
   if (!line) {
-    throw AgentError::posix("waiting for the agent's reply", ECONNRESET);
+    throw AgentError::posix("waiting for the agent's reply", ended() ? ECONNRESET : ETIMEDOUT);
   }
   auto reply = parseObject(*line);
   if (!reply) {
     throw AgentError::posix("reading the agent's reply", EBADMSG);
   }
   return std::move(*reply);
+}
+
+std::optional<std::string_view> AgentConnection::waitForLine(Deadline deadline) {
+  auto line = nextLine();
+  while (!line && !ended()) {
+    pollfd entry = pollEntry();
+    if (!waitForEvents({&entry, 1}, deadline)) {
+      return std::nullopt;
+    }
+    advance(entry.revents);
+    line = nextLine();
+  }
+  return line;
 }
 
 void AgentConnection::send(const Json& object) {
@@ -46,6 +58,16 @@ void AgentConnection::send(const Json& object) {
 
 void AgentConnection::sendLine(std::string_view line) {
   unsent_.append(line).push_back('\n');
+  flush();
+}
+
+void AgentConnection::sendBytes(std::string_view bytes) {
+  unsent_.append(bytes);
+  flush();
+}
+
+void AgentConnection::endSending() {
+  ending_ = true;
   flush();
 }
 
@@ -76,6 +98,10 @@ void AgentConnection::flush() {
   }
   if (!writable_) {
     unsent_.clear();
+  }
+  if (ending_ && writable_) {
+    shutdown(fd_.get(), SHUT_WR);
+    writable_ = false;
   }
 }
 

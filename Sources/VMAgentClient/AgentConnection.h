@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "VMAgentCore/Deadline.h"
 #include "VMAgentCore/Json.h"
 #include "VMAgentCore/LineSplitBuffer.h"
 #include "VMAgentCore/UniqueFD.h"
@@ -24,6 +25,13 @@ class AgentConnection {
   /// request has strings that are not UTF-8, or when no reply comes that is an object.
   Json request(const Json& object);
 
+  /// The same, but throws AgentError as well when the reply has not come by the deadline.
+  Json request(const Json& object, Deadline deadline);
+
+  /// Sends what is queued, and waits for the next line. Nothing when the connection ends, or the
+  /// deadline passes, before there is one. The view lives until the connection is next used.
+  std::optional<std::string_view> waitForLine(Deadline deadline);
+
   // What follows never waits. A loop that has more to watch than this connection polls
   // `pollEntry()` along with the rest, hands the events to `advance()` and takes the lines.
 
@@ -31,6 +39,13 @@ class AgentConnection {
   /// object with strings that are not UTF-8 throws AgentError.
   void send(const Json& object);
   void sendLine(std::string_view line);
+
+  /// Queues bytes as they are: a part of a line, or several lines that are to arrive together.
+  void sendBytes(std::string_view bytes);
+
+  /// Tells the agent that no more will be sent, once all that is queued has been. What comes from
+  /// the agent can still be read.
+  void endSending();
 
   /// Whether some of what was queued is still waiting for the agent to read on.
   [[nodiscard]] bool sending() const { return !unsent_.empty(); }
@@ -60,6 +75,7 @@ class AgentConnection {
   LineSplitBuffer lines_;
   std::unique_ptr<char[]> buffer_;
   bool writable_ = true;
+  bool ending_ = false;  // our side is to be closed when nothing is left to send
   bool ended_ = false;
 };
 

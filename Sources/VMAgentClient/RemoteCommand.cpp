@@ -13,6 +13,13 @@ namespace tervain {
 
 namespace wire = AgentWire::Exec;
 
+std::string RemoteCommand::inputFrame(std::string_view bytes) {
+  std::string frame;
+  ExecFrames::output(frame, wire::stdin_, bytes);
+  frame.pop_back();
+  return frame;
+}
+
 RemoteCommand::RemoteCommand(AgentConnection connection, std::string_view command)
     : connection_(std::move(connection)), buffer_(new char[inputChunk]) {
   connection_.send(Json{{"op", wire::op}, {wire::commandKey, command}});
@@ -68,10 +75,7 @@ void RemoteCommand::forwardSignals() {
 void RemoteCommand::forwardInput() {
   const ssize_t n = readSome(streams_.input, {buffer_.get(), inputChunk});
   if (n > 0) {
-    std::string frame;
-    ExecFrames::output(frame, wire::stdin_, {buffer_.get(), static_cast<std::size_t>(n)});
-    frame.pop_back();
-    connection_.sendLine(frame);
+    connection_.sendLine(inputFrame({buffer_.get(), static_cast<std::size_t>(n)}));
   } else if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
     endInput();
   }

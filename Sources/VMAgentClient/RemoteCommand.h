@@ -20,6 +20,9 @@ class RemoteCommand {
   /// command's pipe and drops the rest of it; a frame of half a usual pipe goes through quickly.
   static constexpr std::size_t inputChunk = 32'768;
 
+  /// The frame that carries input, its line feed left out.
+  static std::string inputFrame(std::string_view bytes);
+
   /// Takes output as it comes. It may take its time: the command then waits, as it would for any
   /// slow reader of a pipe. What it throws ends the run.
   using Output = std::function<void(std::string_view bytes)>;

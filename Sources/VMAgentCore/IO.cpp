@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 
 #include "VMAgentCore/AgentError.h"
 
@@ -36,6 +38,23 @@ void waitForEvents(std::span<pollfd> entries) {
   while (poll(entries.data(), static_cast<nfds_t>(entries.size()), -1) < 0) {
     if (errno != EINTR && errno != EAGAIN) {
       throw AgentError::posix("poll", errno);
+    }
+  }
+}
+
+bool waitForEvents(std::span<pollfd> entries, Deadline deadline) {
+  using std::chrono::milliseconds;
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+    // A longer wait than fits is cut into several.
+    const auto limit = std::clamp(left, milliseconds(0), milliseconds(std::chrono::hours(1)));
+    const int ready =
+        poll(entries.data(), static_cast<nfds_t>(entries.size()), static_cast<int>(limit.count()));
+    if (ready < 0 && errno != EINTR && errno != EAGAIN) {
+      throw AgentError::posix("poll", errno);
+    }
+    if (ready > 0 || left <= limit) {
+      return ready > 0;
     }
   }
 }

@@ -7,6 +7,8 @@
 #include <span>
 #include <string_view>
 
+#include "VMAgentCore/Deadline.h"
+
 namespace tervain {
 
 /// How much one read of a socket or pipe takes at the most.
@@ -21,6 +23,9 @@ bool writeAll(int fd, std::string_view data);
 /// Polls without a time limit until an entry has an event, whatever signals arrive meanwhile.
 /// Throws AgentError.
 void waitForEvents(std::span<pollfd> entries);
+
+/// The same until the deadline. False when it has passed without an event.
+bool waitForEvents(std::span<pollfd> entries, Deadline deadline);
 
 /// Opens /dev/null on whichever of the descriptors 0, 1 and 2 are closed: one opened later must
 /// never land there, or what is meant for a log or a terminal would go to the peer.

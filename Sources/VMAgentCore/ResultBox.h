@@ -1,14 +1,12 @@
 #pragma once
 
-#include <chrono>
 #include <optional>
 #include <semaphore>
 #include <utility>
 
-namespace tervain {
+#include "VMAgentCore/Deadline.h"
 
-/// A moment by which something must have happened.
-using Deadline = std::chrono::steady_clock::time_point;
+namespace tervain {
 
 /// Carries one result from a worker to the thread that waits for it. Both share it by a
 /// std::shared_ptr, so a result that comes when nobody waits any more is dropped with the box, and

@@ -49,7 +49,7 @@ int performOne(AgentConnection& connection, const Command& command, const Action
     return failed;
   }
   try {
-    return action(connection, {.words = {}, .inSession = true});
+    return action(connection, {.words = {}, .inSession = true, .agent = {}});
   } catch (const AgentError& error) {
     if (error.code() == EPIPE) {
       throw;

@@ -32,6 +32,7 @@ constexpr std::array table{
     Command{"events", "Collect the guest's shell events", declareEvents},
     Command{"session", "Perform commands from standard input, one a line, on one connection",
             declareSession, Place::alone},
+    Command{"conform", "Check that an agent does all that it should", declareConform, Place::alone},
     Command{"raw", "Send request lines from standard input, print the replies", declareRaw,
             Place::alone},
 };

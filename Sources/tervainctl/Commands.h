@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "VMAgentClient/AgentAddress.h"
 #include "VMAgentClient/AgentConnection.h"
 
 namespace CLI {
@@ -30,6 +31,7 @@ using Words = std::vector<std::string>;
 struct Call {
   Words words;             // behind "--", as they were given
   bool inSession = false;  // standard input has further commands
+  AgentAddress agent;      // what the connection leads to, for further connections
 };
 
 /// Does what a subcommand is for, and returns its exit status. It may use the connection up. Throws
@@ -75,6 +77,7 @@ Action declareFocus(CLI::App& options);
 Action declareExec(CLI::App& options);
 Action declareEvents(CLI::App& options);
 Action declareSession(CLI::App& options);
+Action declareConform(CLI::App& options);
 Action declareRaw(CLI::App& options);
 
 /// Sends a request and returns its reply, or prints the reply's error text if it is a failure.

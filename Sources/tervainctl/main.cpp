@@ -35,7 +35,7 @@ int perform(const Command& command, const Action& action, const std::string& age
   }
   try {
     AgentConnection connection(connectTo(*address));
-    return action(connection, {.words = words});
+    return action(connection, {.words = words, .inSession = false, .agent = *address});
   } catch (const AgentError& error) {
     if (error.code() == EPIPE) {
       return outputClosed;

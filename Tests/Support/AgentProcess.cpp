@@ -92,9 +92,9 @@ bool isRunning(pid_t pid) {
 }
 
 Ended runToEnd(const std::vector<std::string>& command,
-               const std::map<std::string, std::string>& environment) {
+               const std::map<std::string, std::string>& environment, Clock::duration limit) {
   Program program(command, cleanEnvironment(environment), Program::Errors::kept);
-  const int status = program.waitForEnd().value_or(-1);
+  const int status = program.waitForEnd(limit).value_or(-1);
   return {status, program.output()};
 }
 

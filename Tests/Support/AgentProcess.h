@@ -79,6 +79,7 @@ struct Ended {
   std::string err;
 };
 Ended runToEnd(const std::vector<std::string>& command,
-               const std::map<std::string, std::string>& environment);
+               const std::map<std::string, std::string>& environment,
+               Clock::duration limit = patience);
 
 }  // namespace tervain::test

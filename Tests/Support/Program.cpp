@@ -38,9 +38,9 @@ void Program::signal(int number) const {
   kill(pid_, number);
 }
 
-std::optional<int> Program::waitForEnd() {
+std::optional<int> Program::waitForEnd(Clock::duration limit) {
   int status = 0;
-  if (!status_ && eventually([&] { return waitpid(pid_, &status, WNOHANG) != 0; })) {
+  if (!status_ && eventually([&] { return waitpid(pid_, &status, WNOHANG) != 0; }, limit)) {
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
   return status_;

@@ -31,7 +31,7 @@ class Program {
 
   /// Waits until it has ended by itself. Nothing when it does not; its exit status otherwise, or
   /// 128 more than the signal that ended it.
-  std::optional<int> waitForEnd();
+  std::optional<int> waitForEnd(Clock::duration limit = patience);
 
   /// What it has written so far.
   [[nodiscard]] std::string output() const;

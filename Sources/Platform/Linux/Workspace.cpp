@@ -24,6 +24,19 @@ std::optional<std::string> accessibleName(pid_t pid) {
   return name && **name ? std::optional<std::string>(*name) : std::nullopt;
 }
 
+/// The name of a process's program. Nothing once it has ended, even while nobody has reaped it.
+std::optional<std::string> programName(pid_t pid) {
+  // Number, name in brackets, state; the name may hold anything.
+  std::string stat;
+  std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/stat"), stat, '\0');
+  const std::size_t begin = stat.find('(') + 1;
+  const std::size_t end = stat.rfind(')');
+  if (end == std::string::npos || stat.compare(end, 3, ") Z") == 0 || end <= begin) {
+    return std::nullopt;
+  }
+  return stat.substr(begin, end - begin);
+}
+
 }  // namespace
 
 std::optional<pid_t> frontmostApplication() {
@@ -35,9 +48,7 @@ std::optional<std::string> applicationName(pid_t pid) {
   if (auto name = accessibleName(pid)) {
     return name;
   }
-  std::string command;
-  std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), command);
-  return command.empty() ? std::nullopt : std::optional(std::move(command));
+  return programName(pid);
 }
 
 }  // namespace tervain::Platform
