@@ -11,9 +11,13 @@
 namespace tervain::Platform {
 
 template <>
-inline constexpr CFTypeID (*cfTypeID<AXUIElementRef>)() = AXUIElementGetTypeID;
+CFTypeID cfTypeID<AXUIElementRef>() {
+  return AXUIElementGetTypeID();
+}
 template <>
-inline constexpr CFTypeID (*cfTypeID<AXValueRef>)() = AXValueGetTypeID;
+CFTypeID cfTypeID<AXValueRef>() {
+  return AXValueGetTypeID();
+}
 
 struct AXElement::Handle {
   CFRef<AXUIElementRef> element;  // null only if the system failed to make an application's element

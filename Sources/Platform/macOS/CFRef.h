@@ -56,25 +56,34 @@ class CFRef {
   Ref object_ = nullptr;
 };
 
-/// Tells the type that objects behind a reference of type Ref have at run time.
+/// The type that objects behind a reference of type Ref have at run time.
 template <class Ref>
-inline constexpr CFTypeID (*cfTypeID)() = nullptr;
+CFTypeID cfTypeID() = delete;
 
 template <>
-inline constexpr CFTypeID (*cfTypeID<CFArrayRef>)() = CFArrayGetTypeID;
+inline CFTypeID cfTypeID<CFArrayRef>() {
+  return CFArrayGetTypeID();
+}
 template <>
-inline constexpr CFTypeID (*cfTypeID<CFBooleanRef>)() = CFBooleanGetTypeID;
+inline CFTypeID cfTypeID<CFBooleanRef>() {
+  return CFBooleanGetTypeID();
+}
 template <>
-inline constexpr CFTypeID (*cfTypeID<CFNumberRef>)() = CFNumberGetTypeID;
+inline CFTypeID cfTypeID<CFNumberRef>() {
+  return CFNumberGetTypeID();
+}
 template <>
-inline constexpr CFTypeID (*cfTypeID<CFStringRef>)() = CFStringGetTypeID;
+inline CFTypeID cfTypeID<CFStringRef>() {
+  return CFStringGetTypeID();
+}
 template <>
-inline constexpr CFTypeID (*cfTypeID<CFURLRef>)() = CFURLGetTypeID;
+inline CFTypeID cfTypeID<CFURLRef>() {
+  return CFURLGetTypeID();
+}
 
 /// The object by its true type. Null when it is null or of another type. Nothing is retained.
 template <class Ref>
 Ref cfCast(CFTypeRef object) {
-  static_assert(cfTypeID<Ref> != nullptr, "this type has no entry in cfTypeID");
   return object && CFGetTypeID(object) == cfTypeID<Ref>() ? static_cast<Ref>(object) : nullptr;
 }
 
