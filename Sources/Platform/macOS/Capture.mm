@@ -57,6 +57,9 @@ Answer<SCShareableContent*> shareableContent(Deadline deadline) {
 
 std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Deadline deadline) {
   @autoreleasepool {
+    // Connects to the window server. A program without windows has not done so by itself, and
+    // content filters may end the process over it.
+    CGMainDisplayID();
     const auto content = shareableContent(deadline);
     if (const auto* error = std::get_if<CaptureError>(&content)) {
       return *error;
@@ -96,9 +99,10 @@ std::optional<std::string> encodeJPEG(const Image& image, double quality) {
   @autoreleasepool {
     NSBitmapImageRep* const bitmap =
         [[NSBitmapImageRep alloc] initWithCGImage:image.handle->image.get()];
-    NSData* const jpeg =
-        [bitmap representationUsingType:NSBitmapImageFileTypeJPEG
-                             properties:@{NSImageCompressionFactor : @(quality)}];
+    NSData* const jpeg = [bitmap representationUsingType:NSBitmapImageFileTypeJPEG
+                                              properties:@{
+                                                NSImageCompressionFactor : @(quality)
+                                              }];
     if (!jpeg) {
       return std::nullopt;
     }

@@ -14,8 +14,8 @@ inline NSString* _Nullable nsString(std::string_view text) {
                                 encoding:NSUTF8StringEncoding];
 }
 
-/// A string's text. What UTF-8 can't express, such as half a surrogate pair, is replaced. Nil has no
-/// text.
+/// A string's text. What UTF-8 can't express, such as half a surrogate pair, is replaced. Nil has
+/// no text.
 inline std::string utf8(NSString* _Nullable string) {
   NSData* const bytes = [string dataUsingEncoding:NSUTF8StringEncoding allowLossyConversion:YES];
   return {static_cast<const char*>(bytes.bytes), bytes.length};

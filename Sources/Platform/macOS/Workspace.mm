@@ -34,14 +34,15 @@ std::optional<LaunchError> openApplicationAt(const std::string& path, Deadline d
     if (!bundle) {
       return LaunchError{"its path is not UTF-8"};
     }
-    const auto box = std::make_shared<ResultBox<std::optional<LaunchError>>>();
+    using Outcome = std::optional<LaunchError>;
+    const auto box = std::make_shared<ResultBox<Outcome>>();
     [NSWorkspace.sharedWorkspace
         openApplicationAtURL:[NSURL fileURLWithPath:bundle]
                configuration:[NSWorkspaceOpenConfiguration configuration]
            completionHandler:^(NSRunningApplication*, NSError* error) {
-             box->put(error ? std::optional(launchError(error)) : std::nullopt);
+             box->put(error ? Outcome(launchError(error)) : Outcome());
            }];
-    return box->waitUntil(deadline).value_or(std::nullopt);
+    return box->waitUntil(deadline).value_or(Outcome());
   }
 }
 
