@@ -13,6 +13,7 @@ std::vector<Display> activeDisplays(std::size_t limit) {
   ids.resize(std::min<std::size_t>(count, limit));
 
   std::vector<Display> displays;
+  displays.reserve(ids.size());
   for (const CGDirectDisplayID id : ids) {
     displays.push_back(
         {id, CGDisplayPixelsWide(id), CGDisplayPixelsHigh(id), CGDisplayIsMain(id) != 0});
