@@ -16,7 +16,7 @@ LaunchError launchError(NSError* error) {
 std::optional<pid_t> frontmostApplication() {
   @autoreleasepool {
     NSRunningApplication* const application = NSWorkspace.sharedWorkspace.frontmostApplication;
-    return application ? std::optional(application.processIdentifier) : std::nullopt;
+    return application ? std::optional<pid_t>(application.processIdentifier) : std::nullopt;
   }
 }
 
