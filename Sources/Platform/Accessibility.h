@@ -50,8 +50,9 @@ class AXElement {
 
 enum class AXAttribute { role, subrole, title, value, enabled, focused, position, size, children };
 
-/// A number as the application gave it. Booleans are the integers 0 and 1.
-using AXNumber = std::variant<std::int64_t, double>;
+/// A number as the application gave it, for its text depends on its precision. Booleans are the
+/// integers 0 and 1.
+using AXNumber = std::variant<std::int64_t, float, double>;
 
 /// The absolute text of a URL.
 struct AXURL {

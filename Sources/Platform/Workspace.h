@@ -27,8 +27,8 @@ struct LaunchError {
 /// or for good, so it belongs on a thread that nobody depends on.
 std::optional<LaunchError> openApplicationAt(const std::string& path, Deadline deadline);
 
-/// Has the system find an application by name and open it, as `open -a` does. Gives that command's
-/// exit status, 0 when it worked, or why it could not even be tried.
+/// Has the system find an application by a name without NUL and open it, as `open -a` does. Gives
+/// that command's exit status, 0 when it worked, or why it could not even be tried.
 std::variant<int, LaunchError> openApplicationNamed(const std::string& name);
 
 }  // namespace tervain::Platform

@@ -5,6 +5,7 @@
 #include <memory>
 #include <type_traits>
 
+#include "Platform/AutoreleasePool.h"
 #include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/IO.h"
 #include "VMAgentCore/Log.h"
@@ -90,6 +91,7 @@ const std::string* ConnectionHandler::requestOp(const std::optional<Json>& reque
 }
 
 ConnectionHandler::Next ConnectionHandler::serve(std::string_view requestLine) {
+  const Platform::AutoreleasePool pool;
   const std::optional<Json> request = parseObject(requestLine);
   const std::string* op = requestOp(request);
   if (op && *op == AgentWire::Exec::op) {

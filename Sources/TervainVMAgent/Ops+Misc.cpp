@@ -42,12 +42,14 @@ Reply couldNotLaunch(const std::string& name, std::string_view description) {
       std::string("could not launch ").append(name).append(": ").append(description));
 }
 
+/// No path and no argument can hold such a name: the system would see another, shorter one.
+bool holdsNul(const std::string& name) {
+  return name.find('\0') != std::string::npos;
+}
+
 /// The bundle of an application in the first of the folders that has it.
 std::optional<std::string> findBundle(const std::string& name,
                                       std::span<const std::string_view> folders) {
-  if (name.find('\0') != std::string::npos) {
-    return std::nullopt;  // the system would see another, shorter path
-  }
   for (const std::string_view folder : folders) {
     std::string path = std::string(folder).append(name);
     if (!name.ends_with(bundleSuffix)) {
@@ -83,8 +85,13 @@ Reply openBundle(const std::string& name, const std::string& path,
   return outcome && *outcome ? couldNotLaunch(name, (*outcome)->description) : Reply::success();
 }
 
+std::variant<int, Platform::LaunchError> statusOfOpening(const std::string& name) {
+  constexpr int unknown = 1;  // as `open -a` exits when it finds no application of a name
+  return holdsNul(name) ? unknown : Platform::openApplicationNamed(name);
+}
+
 Reply openNamed(const std::string& name) {
-  const auto result = Platform::openApplicationNamed(name);
+  const auto result = statusOfOpening(name);
   if (const auto* error = std::get_if<Platform::LaunchError>(&result)) {
     return couldNotLaunch(name, error->description);
   }
@@ -128,7 +135,8 @@ Reply ConnectionHandler::opLaunchApp(const Json& request) const {
     return Reply::failure("launch_app requires a non-empty \"name\"");
   }
   try {
-    const auto bundle = findBundle(*name, settings_.applicationFolders);
+    const auto bundle =
+        holdsNul(*name) ? std::nullopt : findBundle(*name, settings_.applicationFolders);
     return bundle ? openBundle(*name, *bundle, settings_.launchLimit) : openNamed(*name);
   } catch (const std::exception& error) {
     return couldNotLaunch(*name, error.what());

@@ -25,8 +25,16 @@ Errands& captures() {
   return errands;
 }
 
+constexpr std::string_view timedOut = "screenshot timed out";
+
 Reply captureFailed(std::string_view description) {
   return Reply::failure(std::string("ScreenCaptureKit capture failed: ").append(description));
+}
+
+/// A service that gave up at the deadline says so at the very moment when the handler does.
+Reply captureFailed(const Platform::CaptureError& error, Deadline deadline) {
+  return Deadline::clock::now() < deadline ? captureFailed(error.description)
+                                           : Reply::failure(timedOut);
 }
 
 /// A length in pixels, cut to a whole number.
@@ -46,7 +54,7 @@ Reply capture(const Platform::ShareableDisplay& display, Deadline deadline) {
   const auto captured = Platform::captureImage(display, pixels(display.contentSize.width, scale),
                                                pixels(display.contentSize.height, scale), deadline);
   if (const auto* error = std::get_if<Platform::CaptureError>(&captured)) {
-    return captureFailed(error->description);
+    return captureFailed(*error, deadline);
   }
   const auto& image = std::get<Platform::Image>(captured);
   auto jpeg = Platform::encodeJPEG(image, jpegQuality);
@@ -66,7 +74,7 @@ Reply capture(const Platform::ShareableDisplay& display, Deadline deadline) {
 Reply ConnectionHandler::captureDisplay(std::int64_t index, Deadline deadline) try {
   const auto shareable = Platform::shareableDisplays(deadline);
   if (const auto* error = std::get_if<Platform::CaptureError>(&shareable)) {
-    return captureFailed(error->description);
+    return captureFailed(*error, deadline);
   }
   const auto& displays = std::get<std::vector<Platform::ShareableDisplay>>(shareable);
   if (displays.empty()) {
@@ -87,7 +95,7 @@ Reply ConnectionHandler::opScreenshot(const Json& request) const try {
   auto reply = errand ? std::move(*errand).run<Reply>(
                             [index, deadline] { return captureDisplay(index, deadline); }, deadline)
                       : std::nullopt;
-  return reply ? std::move(*reply) : Reply::failure("screenshot timed out");
+  return reply ? std::move(*reply) : Reply::failure(timedOut);
 } catch (const std::exception& error) {  // no thread, or no memory
   return captureFailed(error.what());
 }

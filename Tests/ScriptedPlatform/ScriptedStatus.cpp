@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "Platform/AutoreleasePool.h"
 #include "Platform/Pointer.h"
 #include "Platform/Privacy.h"
 #include "Platform/Process.h"
@@ -15,7 +16,21 @@ test::ScriptedStatus& test::scriptedStatus() {
   return status;
 }
 
+test::PoolCounts& test::poolCounts() {
+  static PoolCounts counts;
+  return counts;
+}
+
 namespace Platform {
+
+AutoreleasePool::AutoreleasePool() : pool_(&test::poolCounts()) {
+  ++test::poolCounts().made;
+  ++test::poolCounts().open;
+}
+
+AutoreleasePool::~AutoreleasePool() {
+  --test::poolCounts().open;
+}
 
 bool accessibilityGranted() {
   return test::scriptedStatus().accessibility;

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <map>
 #include <optional>
 #include <string>
@@ -25,5 +26,12 @@ struct ScriptedStatus {
 
 /// The script in force; a test sets it before it asks anything of the agent.
 ScriptedStatus& scriptedStatus();
+
+/// How many autorelease pools there have been, and how many there are.
+struct PoolCounts {
+  std::atomic<int> made = 0;
+  std::atomic<int> open = 0;
+};
+PoolCounts& poolCounts();
 
 }  // namespace tervain::test

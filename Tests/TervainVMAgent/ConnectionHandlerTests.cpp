@@ -68,6 +68,15 @@ TEST_F(ConnectionHandlerTest, TakesRequestsHoweverTheyArriveAndBoundsALineWithou
   EXPECT_TRUE(other.host.closed());
 }
 
+TEST_F(ConnectionHandlerTest, FreesWhatEachRequestLeaves) {
+  const int before = test::poolCounts().made;
+  for (int requests = 1; requests <= 3; ++requests) {
+    EXPECT_TRUE(host_.ask(R"({"op":"ping"})").value("ok", false));
+    EXPECT_EQ(test::poolCounts().made, before + requests);
+    EXPECT_TRUE(test::eventually([] { return test::poolCounts().open == 0; }));
+  }
+}
+
 TEST_F(ConnectionHandlerTest, PingTellsOfDisplaysAndGrantsAnew) {
   scriptedStatus().accessibility = scriptedStatus().screenRecording = false;
   EXPECT_EQ(host_.ask(R"({"op":"ping","ignored":[]})"),

@@ -46,16 +46,14 @@ class LaunchTest : public testing::Test {
 };
 
 TEST_F(LaunchTest, OpensTheFirstBundleThereIsAndElseTheName) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"Both", dir_.path("1/Both.app")},
-      {"Safari.app", dir_.path("2/Safari.app")},
-      {"Two Words", dir_.path("3/Two Words.app")},
-      {"File", dir_.path("2/File.app")},
-      {"Safari.APP", "named Safari.APP"},
-      {"Safari.app.app", "named Safari.app.app"},
-      {"-a", "named -a"},
-      {"Ünï \"x\"", "named Ünï \"x\""},
-      {std::string("Safari.app\0", 11), std::string("named Safari.app\0", 17)}};
+  const std::pair<std::string, std::string> cases[] = {{"Both", dir_.path("1/Both.app")},
+                                                       {"Safari.app", dir_.path("2/Safari.app")},
+                                                       {"Two Words", dir_.path("3/Two Words.app")},
+                                                       {"File", dir_.path("2/File.app")},
+                                                       {"Safari.APP", "named Safari.APP"},
+                                                       {"Safari.app.app", "named Safari.app.app"},
+                                                       {"-a", "named -a"},
+                                                       {"Ünï \"x\"", "named Ünï \"x\""}};
   auto opened = std::make_shared<std::string>();
   test::script({[=](const std::string& path) -> std::optional<LaunchError> {
                   *opened = path;
@@ -92,7 +90,9 @@ TEST_F(LaunchTest, SaysWhatFailed) {
       {"File", "could not launch File: out of threads"},
       {"unusable", "could not launch unusable: no such command"},
       {"throws", "could not launch throws: out of pipes"},
-      {"Foo\"", "no application named \"Foo\"\" (open -a exited -9)"}};
+      {"Foo\"", "no application named \"Foo\"\" (open -a exited -9)"},
+      {std::string("Both\0", 5),
+       std::string("no application named \"Both\0\" (open -a exited 1)", 47)}};
   for (const auto& [name, error] : cases) {
     EXPECT_EQ(ask(name), failure(error));
   }

@@ -8,6 +8,7 @@ target_sources(Platform PRIVATE
   Linux/AccessibilityActions.cpp
   Linux/AccessibilityBus.cpp
   Linux/AccessibilityReader.cpp
+  Linux/AutoreleasePool.cpp
   Linux/Capture.cpp
   Linux/Displays.cpp
   Linux/Elements.cpp

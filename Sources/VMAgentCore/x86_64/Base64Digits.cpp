@@ -1,5 +1,6 @@
 #include "VMAgentCore/Base64Digits.h"
 
+#include <cpuid.h>
 #include <immintrin.h>
 
 namespace tervain {
@@ -46,10 +47,20 @@ constexpr std::size_t stepOut = 16;
   return done;
 }
 
+/// Asked of the processor itself: the compiler's own way takes a library that not every toolchain
+/// brings along.
+bool hasSSSE3() {
+  unsigned a = 0;
+  unsigned b = 0;
+  unsigned c = 0;
+  unsigned d = 0;
+  return __get_cpuid(1, &a, &b, &c, &d) != 0 && (c & bit_SSSE3) != 0;
+}
+
 }  // namespace
 
 std::size_t encodeDigitsFast(char* out, std::string_view bytes) {
-  static const bool supported = __builtin_cpu_supports("ssse3") != 0;
+  static const bool supported = hasSSSE3();
   return supported ? encode(out, bytes) : 0;
 }
 

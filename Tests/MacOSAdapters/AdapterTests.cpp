@@ -1,0 +1,234 @@
+// The plain C++ of the macOS port against functions that count references.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "MacOSAdapters/FakeSystem.h"
+#include "Platform/Accessibility.h"
+#include "Platform/Displays.h"
+#include "Platform/Events.h"
+#include "Platform/Pointer.h"
+#include "Platform/Privacy.h"
+
+namespace tervain::Platform {
+namespace {
+
+using Fake::Answer;
+using Fake::Content;
+using Fake::make;
+using Fake::Reference;
+using Requests = std::vector<std::string>;
+using std::chrono::milliseconds;
+
+Answer object(Fake::Type type, const Content& content) {
+  return {[=] { return make(type, content); }};
+}
+
+/// An array of new objects, whose texts end in their numbers.
+Answer array(std::size_t count, Fake::Type type, const std::string& text,
+             std::optional<Fake::Type> lastType = std::nullopt) {
+  return {[=] {
+    std::vector<Reference> items;
+    while (items.size() < count) {
+      const bool isLast = items.size() + 1 == count;
+      items.push_back(
+          make(isLast ? lastType.value_or(type) : type, text + std::to_string(items.size())));
+    }
+    return make(Fake::array, items);
+  }};
+}
+
+Answer address(const std::string& relative, const std::string& base) {
+  return {[=] {
+    return make(Fake::url, std::vector{make(Fake::string, relative), make(Fake::string, base)});
+  }};
+}
+
+Answer failing(Answer answer) {
+  answer.code = -25204;
+  return answer;
+}
+
+struct Describe {
+  std::string operator()(const AXOther&) const { return "other"; }
+  std::string operator()(const std::string& text) const { return "text " + text; }
+  std::string operator()(const AXURL& url) const { return "url " + url.text; }
+  std::string operator()(const Point& p) const { return Fake::line("point ", p.x, ",", p.y); }
+  std::string operator()(const Size& s) const {
+    return Fake::line("size ", s.width, "x", s.height);
+  }
+  std::string operator()(const AXNumber& number) const {
+    return Fake::line("number ", number.index(), ": ",
+                      std::visit([](auto n) { return double(n); }, number));
+  }
+  std::string operator()(const AXElements& elements) const {
+    std::string text = Fake::line(elements.first.size(), " of ", elements.count, " elements");
+    if (!elements.first.empty()) {  // which must live on after their array
+      performAction(elements.first.back(), "press");
+      text += ", " + Fake::system().requests.back();
+    }
+    return text;
+  }
+};
+
+class MacOSAdapters : public testing::Test {
+ protected:
+  Fake::System system_;
+  AXElement application_ = applicationElement(42, milliseconds(1500));
+  AXReader reader_{application_, {.maxDepth = 12, .maxNodes = 800, .maxChildren = 2}};
+};
+
+TEST_F(MacOSAdapters, AttributesAreTranslatedByType) {
+  const std::pair<Answer, const char*> cases[] = {
+      {object(Fake::string, "Grüße, 🌍\xFF"), "text Grüße, 🌍?"},
+      {object(Fake::string, std::string("a\0b", 3)), "text a\0b"},
+      {object(Fake::string, ""), "text "},
+      {object(Fake::boolean, true), "number 0: 1"},
+      {object(Fake::number, std::int64_t{-7}), "number 0: -7"},
+      {object(Fake::number, 0.5F), "number 1: 0.5"},
+      {object(Fake::number, 0.25), "number 2: 0.25"},
+      {address("page", "https://example.org/"), "url https://example.org/page"},
+      {object(Fake::value, Fake::Point{10.5, -3}), "point 10.5,-3"},
+      {object(Fake::value, Fake::Size{99.5, 20}), "size 99.5x20"},
+      {object(Fake::value, ""), "other"},
+      {object(Fake::date, ""), "other"},
+      {array(60, Fake::element, "child "), "2 of 60 elements, press of child 1"},
+      {array(1, Fake::element, "child "), "1 of 1 elements, press of child 0"},
+      {array(0, Fake::element, ""), "0 of 0 elements"},
+      {array(3, Fake::element, "child ", Fake::string), "other"},
+      {array(3, Fake::string, "row "), "other"},
+      {{[] { return make(Fake::array, std::vector{array(2, Fake::element, "").makeObject()}); }},
+       "other"},
+      {failing(object(Fake::string, "stale")), "nothing"},
+      {failing({}), "nothing"},
+      {{}, "nothing"}};
+  for (const auto& [answer, expected] : cases) {
+    system_.attributes["AXValue"] = answer;
+    const auto value = reader_.attribute(application_, AXAttribute::value);
+    EXPECT_STREQ((value ? std::visit(Describe{}, *value) : "nothing").c_str(), expected);
+  }
+  system_.attributes["AXValue"] = address("page", "https://example.org/");
+  system_.createsObjects = false;
+  EXPECT_EQ(std::visit(Describe{}, *reader_.attribute(application_, AXAttribute::value)), "url ");
+}
+
+TEST_F(MacOSAdapters, AttributesAreAskedForByTheirNames) {
+  const char* names[] = {"AXRole",    "AXSubrole",  "AXTitle", "AXValue",   "AXEnabled",
+                         "AXFocused", "AXPosition", "AXSize",  "AXChildren"};
+  for (std::size_t index = 0; index < std::size(names); ++index) {
+    system_.attributes = {{names[index], object(Fake::string, "")}};
+    EXPECT_TRUE(AXReader().attribute(application_, static_cast<AXAttribute>(index)));
+  }
+}
+
+TEST_F(MacOSAdapters, ActionNamesAreAllOrNothing) {
+  const std::pair<Answer, Requests> cases[] = {
+      {array(2, Fake::string, "AXAction"), {"AXAction0", "AXAction1"}},
+      {array(2, Fake::string, "AXAction", Fake::number), {}},
+      {array(0, Fake::string, ""), {}},
+      {failing(array(2, Fake::string, "AXAction")), {}},
+      {{}, {}}};
+  for (const auto& [answer, expected] : cases) {
+    system_.actionNames = answer;
+    EXPECT_EQ(reader_.actionNames(application_), expected);
+  }
+}
+
+TEST_F(MacOSAdapters, OnlyTheRootsHaveATimeout) {
+  const std::pair<Answer, std::variant<const char*, AXError>> cases[] = {
+      {object(Fake::element, "button"), "press of button"},
+      {failing(object(Fake::element, "stale")), AXError::cannotComplete},
+      {failing({}), AXError::cannotComplete},
+      {{}, AXError::success}};
+  for (const auto& [answer, expected] : cases) {
+    system_.requests = {};
+    system_.elementAtPosition = answer;
+    const auto found = elementAtPosition(-10, 20.5F, milliseconds(1500));
+    const auto* element = std::get_if<AXElement>(&found);
+    ASSERT_EQ(element != nullptr, expected.index() == 0);
+    Requests requests = {"everything times out after 1.5", "at -10,20.5 of everything"};
+    if (element) {
+      performAction(*element, "press");
+      requests.emplace_back(std::get<const char*>(expected));
+    } else {
+      EXPECT_EQ(std::get<AXError>(found), std::get<AXError>(expected));
+    }
+    EXPECT_EQ(system_.requests, requests);
+  }
+}
+
+TEST_F(MacOSAdapters, ElementsAreActedOn) {
+  for (const auto code : {AXError::success, AXError::cannotComplete, AXError(-25299)}) {
+    system_.result = static_cast<std::int32_t>(code);
+    system_.isSettable = code == AXError::cannotComplete;
+    EXPECT_EQ(performAction(application_, "AXPréss"), code);
+    EXPECT_EQ(isValueSettable(application_), system_.isSettable);
+    EXPECT_EQ(setValue(application_, ""), code);
+    EXPECT_EQ(setFocused(application_), code);
+  }
+  EXPECT_EQ(system_.requests.front(), "application 42 times out after 1.5");
+  EXPECT_EQ(Requests(system_.requests.end() - 4, system_.requests.end()),
+            (Requests{"AXPréss of application 42", "set AXValue of application 42",
+                      "AXValue of application 42 = ", "AXFocused of application 42 = true"}));
+  system_.createsObjects = false;
+  EXPECT_EQ(performAction(application_, "AXPress"), AXError::failure);
+  EXPECT_EQ(setValue(application_, "text"), AXError::failure);
+}
+
+TEST_F(MacOSAdapters, EventsArePostedAsMadeAndAtTheirPace) {
+  const auto makeAll = [] {
+    std::vector<std::optional<Event>> events;
+    events.push_back(mouseEvent(MouseEventType::otherDown, {10.5, -2}, MouseButton::center));
+    events.push_back(scrollEvent(-40, 3));
+    events.push_back(keyboardEvent(36, /*down=*/true));
+    events.push_back(keyboardEvent(0, /*down=*/false));
+    return events;
+  };
+  auto events = makeAll();  // one of which is not posted
+  setClickState(*events[0], 3);
+  setFlags(*events[2], 0x120000);
+  setUnicodeString(*events[3], u"a\xD83C");
+  system_.requests = {};
+  for (const std::size_t index : {0U, 1U, 3U}) {
+    post(*events[index]);
+  }
+  EXPECT_EQ(system_.requests, (Requests{"tap 0: mouse 25 at 10.5,-2 by 2, field 1 = 3",
+                                        "tap 0: scroll by unit 1, 2 wheels: -40 3 0",
+                                        "tap 0: key 0 up, units 97 55356"}));
+  events[2] = std::move(events[3]);
+  const auto start = std::chrono::steady_clock::now();
+  pause(milliseconds(5));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(5));
+  system_.createsObjects = false;
+  for (const auto& event : makeAll()) {
+    EXPECT_FALSE(event);
+  }
+}
+
+TEST_F(MacOSAdapters, TheDesktopIsDescribed) {
+  EXPECT_TRUE(activeDisplays(8).empty());
+  system_.displays = {7, 8, 9};
+  const auto displays = activeDisplays(2);
+  ASSERT_EQ(displays.size(), 2);
+  EXPECT_TRUE(displays[0].id == 7 && displays[0].isMain);
+  EXPECT_TRUE(displays[1].id == 8 && !displays[1].isMain);
+  EXPECT_TRUE(displays[1].width == 1008 && displays[1].height == 508);
+
+  system_.pointer = {100.5, -200};
+  EXPECT_EQ(Describe{}(pointerLocation().value()), "point 100.5,-200");
+  system_.createsObjects = false;
+  EXPECT_FALSE(pointerLocation());
+
+  for (const char* grant : {"accessibility", "capture", "post"}) {
+    system_.grants = {{grant, true}};
+    const auto granted = accessibilityGranted()     ? "accessibility"
+                         : screenRecordingGranted() ? "capture"
+                                                    : "post";
+    EXPECT_STREQ(granted, grant);
+    EXPECT_EQ(accessibilityGranted() + screenRecordingGranted() + postEventGranted(), 1);
+  }
+}
+
+}  // namespace
+}  // namespace tervain::Platform

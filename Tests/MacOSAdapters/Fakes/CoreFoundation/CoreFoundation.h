@@ -1,0 +1,111 @@
+#pragma once
+
+// As much of CoreFoundation as the macOS port uses.
+
+#include "MacOSAdapters/FakeSystem.h"
+#include "VMAgentCore/Unicode.h"
+
+namespace Fake = tervain::Fake;
+
+using Boolean = unsigned char;
+using UInt8 = std::uint8_t;
+using UniChar = std::uint16_t;
+using CFIndex = long;
+using CFTypeID = unsigned long;
+using CFTypeRef = const void*;
+using CFAllocatorRef = const struct FakeAllocator*;
+using CFArrayRef = const struct FakeArray*;
+using CFBooleanRef = const struct FakeBoolean*;
+using CFNumberRef = const struct FakeNumber*;
+using CFStringRef = const struct FakeString*;
+using CFURLRef = const struct FakeURL*;
+enum CFStringEncoding : std::uint32_t { kCFStringEncodingUTF8 = 0x08000100 };
+enum CFNumberType { kCFNumberSInt64Type = 4, kCFNumberFloat32Type, kCFNumberFloat64Type };
+struct CFRange {
+  CFIndex location;
+  CFIndex length;
+};
+
+#define CFSTR(text) static_cast<CFStringRef>(Fake::constant(Fake::string, text))
+#define kCFBooleanTrue static_cast<CFBooleanRef>(Fake::constant(Fake::boolean, "true"))
+constexpr CFAllocatorRef kCFAllocatorDefault = nullptr;
+
+#define FAKE_TYPE(Name, type)         \
+  inline CFTypeID Name##GetTypeID() { \
+    return Fake::type;                \
+  }
+FAKE_TYPE(CFArray, array)
+FAKE_TYPE(CFBoolean, boolean)
+FAKE_TYPE(CFNumber, number)
+FAKE_TYPE(CFString, string)
+FAKE_TYPE(CFURL, url)
+
+inline void CFRetain(CFTypeRef object) {
+  ++Fake::object(object).references;
+}
+inline void CFRelease(CFTypeRef object) {
+  Fake::release(object);
+}
+inline CFTypeID CFGetTypeID(CFTypeRef object) {
+  return Fake::object(object).type;
+}
+
+inline CFIndex CFArrayGetCount(CFArrayRef array) {
+  return static_cast<CFIndex>(Fake::content<std::vector<CFTypeRef>>(array).size());
+}
+inline CFTypeRef CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
+  return Fake::content<std::vector<CFTypeRef>>(array).at(static_cast<std::size_t>(index));
+}
+
+inline Boolean CFBooleanGetValue(CFBooleanRef boolean) {
+  return Fake::content<bool>(boolean);
+}
+
+inline Boolean CFNumberIsFloatType(CFNumberRef number) {
+  return !std::holds_alternative<std::int64_t>(Fake::object(number).content);
+}
+inline CFIndex CFNumberGetByteSize(CFNumberRef number) {
+  return std::holds_alternative<float>(Fake::object(number).content) ? 4 : 8;
+}
+inline Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* to) {
+  return type == kCFNumberSInt64Type    ? Fake::copyContent<std::int64_t>(number, to)
+         : type == kCFNumberFloat32Type ? Fake::copyContent<float>(number, to)
+                                        : Fake::copyContent<double>(number, to);
+}
+
+inline CFStringRef CFStringCreateWithBytes(CFAllocatorRef /*allocator*/, const UInt8* bytes,
+                                           CFIndex count, CFStringEncoding /*encoding*/,
+                                           Boolean /*isExternalRepresentation*/) {
+  return Fake::create<CFStringRef>(Fake::string, std::string(bytes, bytes + count));
+}
+inline CFIndex CFStringGetLength(CFStringRef string) {
+  std::string text = Fake::text(string);
+  std::replace(text.begin(), text.end(), '\xFF', '?');
+  return static_cast<CFIndex>(tervain::utf16(text).size());
+}
+inline CFIndex CFStringGetBytes(CFStringRef string, CFRange all, CFStringEncoding /*encoding*/,
+                                UInt8 lossByte, Boolean /*isExternalRepresentation*/, UInt8* buffer,
+                                CFIndex maxBufferLength, CFIndex* usedLength) {
+  std::string text = Fake::text(string);
+  std::replace(text.begin(), text.end(), '\xFF', static_cast<char>(lossByte));
+  if (buffer) {
+    const auto room = static_cast<std::size_t>(maxBufferLength);
+    std::copy_n(text.begin(), std::min(text.size(), room), buffer);
+  }
+  if (usedLength) {
+    *usedLength = static_cast<CFIndex>(text.size());
+  }
+  return all.length;
+}
+
+inline CFURLRef CFURLCopyAbsoluteURL(CFURLRef url) {
+  std::string absolute;
+  for (const CFTypeRef part : Fake::content<std::vector<CFTypeRef>>(url)) {
+    absolute.insert(0, Fake::text(part));
+  }
+  const auto string = Fake::create<CFTypeRef>(Fake::string, absolute);
+  return string ? Fake::create<CFURLRef>(Fake::url, std::vector{string}) : nullptr;
+}
+inline CFStringRef CFURLGetString(CFURLRef url) {
+  return static_cast<CFStringRef>(Fake::content<std::vector<CFTypeRef>>(url).front());
+}
