@@ -69,6 +69,53 @@ TEST_F(AXDesktopTest, FieldsAreReadHitWrittenAndFocused) {
   }
 }
 
+/// The nodes of a tree that have no children.
+std::vector<Json> leavesOf(const Json& tree) {
+  if (!tree.contains("children")) {
+    return {tree};
+  }
+  std::vector<Json> leaves;
+  for (const Json& child : tree["children"]) {
+    const auto more = leavesOf(child);
+    leaves.insert(leaves.end(), more.begin(), more.end());
+  }
+  return leaves;
+}
+
+TEST_F(AXDesktopTest, EveryLeafOfATreeIsFoundAtItsMiddle) {
+  // Headers, scroll bars over a list, pages beside their tabs, and cells that are scrolled away.
+  const std::vector<std::string> commands[] = {
+      {"gtk3-widget-factory"}, {qtExamples + "../itemviews/spreadsheet/spreadsheet"}};
+  for (const auto& command : commands) {
+    SCOPED_TRACE(command.front());
+    const Program application(command);
+    ASSERT_TRUE(await(application, "AXTable").is_object());
+    const Json dump = perform("ax_dump", {{"pid", application.pid()}, {"maxDepth", 25}});
+    const auto leaves = leavesOf(dump["tree"]);
+    EXPECT_GT(leaves.size(), 50U);
+    for (const Json& leaf : leaves) {
+      const Json hit = hitMiddle(leaf);
+      EXPECT_TRUE(hit["role"] == leaf["role"] && hit["frame"] == leaf["frame"])
+          << leaf << " is hit as " << hit;
+    }
+  }
+}
+
+TEST_F(AXDesktopTest, ALongListShowsWhereItIsScrolledTo) {
+  std::vector<std::string> command{"zenity", "--list", "--column=A"};
+  for (int row = 0; row < 400; ++row) {
+    command.push_back("row " + std::to_string(row));
+  }
+  const Program zenity(command);
+  const Json frame = await(zenity, "AXCell", "row 0")["frame"];
+  perform("move", {{"x", frame["x"]}, {"y", frame["y"]}});
+  EXPECT_TRUE(eventually([&] {
+    perform("scroll", {{"dy", -40}});
+    return findNode(perform("ax_dump", {{"pid", zenity.pid()}})["tree"], "AXCell", "row 399")
+        .is_object();
+  }));
+}
+
 TEST_F(AXDesktopTest, ControlsReactAsTheirUserSees) {
   for (const std::string factory : {"gtk3-widget-factory", "gtk4-widget-factory"}) {
     SCOPED_TRACE(factory);
