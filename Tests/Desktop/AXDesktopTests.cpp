@@ -117,7 +117,8 @@ TEST_F(AXDesktopTest, ALongListShowsWhereItIsScrolledTo) {
 }
 
 TEST_F(AXDesktopTest, ControlsReactAsTheirUserSees) {
-  for (const std::string factory : {"gtk3-widget-factory", "gtk4-widget-factory"}) {
+  for (const std::string factory :
+       {"gtk3-widget-factory", "gtk4-widget-factory", (qtExamples + "styles/styles").c_str()}) {
     SCOPED_TRACE(factory);
     const Program application({factory});
     EXPECT_EQ(
@@ -129,6 +130,11 @@ TEST_F(AXDesktopTest, ControlsReactAsTheirUserSees) {
   EXPECT_EQ(act("ax_set_value", await(factory, "AXSlider"), {{"value", "12.5"}}), ok);
   EXPECT_TRUE(shows(factory, "AXSlider", "12.5"));
   EXPECT_EQ(act("ax_set_value", await(factory, "AXSlider"), {{"value", "loud"}})["ok"], false);
+  // A click opens the list of a box, as long as the pointer rests until the release.
+  const Json box = await(factory, "AXPopUpButton", "Left")["frame"];
+  perform("click", {{"x", box["x"].get<int>() + 20}, {"y", box["y"].get<int>() + 10}});
+  EXPECT_TRUE(shows(factory, "AXMenuItem", "Middle"));
+  perform("key", {{"chord", "escape"}});
   // What is greyed out does nothing, and says so.
   const Json grey = await(factory, "AXCheckBox", "", "enabled");
   EXPECT_EQ(grey.value("enabled", true), false);

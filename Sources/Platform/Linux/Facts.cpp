@@ -197,8 +197,20 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void askForText() {
+    if (facts_.toolkit != Toolkit::qt) {
+      askForText(maxText);
+      return;
+    }
+    // Qt's editors give nothing when asked for more than they have.
+    ask(connection_.property(object_, textInterface, "CharacterCount"),
+        [this](const Answer& answer) {
+          askForText(std::min(answer.readVariant<std::int32_t>('i').value_or(0), maxText));
+        });
+  }
+
+  void askForText(int characters) {
     Message question = connection_.method(object_, textInterface, "GetText");
-    sd_bus_message_append(question.get(), "ii", 0, maxText);
+    sd_bus_message_append(question.get(), "ii", 0, characters);
     ask(std::move(question),
         [this](const Answer& answer) { facts_.text = answer.read<const char*>('s').value_or(""); });
   }

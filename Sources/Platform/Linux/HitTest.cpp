@@ -286,9 +286,11 @@ std::variant<AXElement, AXError> elementAtPosition(float x, float y,
   const Local point = toLocal(toplevel->placement, x, y);
   const double off = distance(toplevel->item.facts, toplevel->placement, *window);
   if (!window->isManaged && off > popupMargin) {
-    if (auto popup = popupAt(*connection, *toplevel, *window, point)) {
-      toplevel->item = std::move(*popup);
+    auto popup = popupAt(*connection, *toplevel, *window, point);
+    if (!popup) {
+      return AXError::noValue;  // such as Qt's context menus, which are in no tree
     }
+    toplevel->item = std::move(*popup);
   }
   return AXElement(
       std::make_shared<Handle>(descend(*connection, std::move(toplevel->item), point)));
