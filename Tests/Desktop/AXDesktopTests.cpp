@@ -117,10 +117,11 @@ TEST_F(AXDesktopTest, ALongListShowsWhereItIsScrolledTo) {
 }
 
 TEST_F(AXDesktopTest, ControlsReactAsTheirUserSees) {
-  for (const std::string factory :
-       {"gtk3-widget-factory", "gtk4-widget-factory", (qtExamples + "styles/styles").c_str()}) {
-    SCOPED_TRACE(factory);
-    const Program application({factory});
+  const std::string commands[] = {"gtk3-widget-factory", "gtk4-widget-factory",
+                                  qtExamples + "styles/styles"};
+  for (const std::string& command : commands) {
+    SCOPED_TRACE(command);
+    const Program application({command});
     EXPECT_EQ(
         act("ax_action", await(application, "AXIncrementor", "50"), {{"action", "AXIncrement"}}),
         ok);
