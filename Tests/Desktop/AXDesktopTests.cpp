@@ -69,10 +69,59 @@ TEST_F(AXDesktopTest, FieldsAreReadHitWrittenAndFocused) {
   }
 }
 
+/// The nodes of a tree that have no children.
+std::vector<Json> leavesOf(const Json& tree) {
+  if (!tree.contains("children")) {
+    return {tree};
+  }
+  std::vector<Json> leaves;
+  for (const Json& child : tree["children"]) {
+    const auto more = leavesOf(child);
+    leaves.insert(leaves.end(), more.begin(), more.end());
+  }
+  return leaves;
+}
+
+TEST_F(AXDesktopTest, EveryLeafOfATreeIsFoundAtItsMiddle) {
+  // Headers, scroll bars over a list, pages beside their tabs, and cells that are scrolled away.
+  const std::vector<std::string> commands[] = {
+      {"gtk3-widget-factory"}, {qtExamples + "../itemviews/spreadsheet/spreadsheet"}};
+  for (const auto& command : commands) {
+    SCOPED_TRACE(command.front());
+    const Program application(command);
+    ASSERT_TRUE(await(application, "AXTable").is_object());
+    const Json dump = perform("ax_dump", {{"pid", application.pid()}, {"maxDepth", 25}});
+    const auto leaves = leavesOf(dump["tree"]);
+    EXPECT_GT(leaves.size(), 50U);
+    for (const Json& leaf : leaves) {
+      const Json hit = hitMiddle(leaf);
+      EXPECT_TRUE(hit["role"] == leaf["role"] && hit["frame"] == leaf["frame"])
+          << leaf << " is hit as " << hit;
+    }
+  }
+}
+
+TEST_F(AXDesktopTest, ALongListShowsWhereItIsScrolledTo) {
+  std::vector<std::string> command{"zenity", "--list", "--column=A"};
+  for (int row = 0; row < 400; ++row) {
+    command.push_back("row " + std::to_string(row));
+  }
+  const Program zenity(command);
+  const Json frame = await(zenity, "AXCell", "row 0")["frame"];
+  perform("move", {{"x", frame["x"]}, {"y", frame["y"]}});
+  EXPECT_TRUE(eventually([&] {
+    perform("scroll", {{"dy", -40}});
+    return findNode(perform("ax_dump", {{"pid", zenity.pid()}})["tree"], "AXCell", "row 399")
+        .is_object();
+  }));
+}
+
 TEST_F(AXDesktopTest, ControlsReactAsTheirUserSees) {
-  for (const std::string factory : {"gtk3-widget-factory", "gtk4-widget-factory"}) {
-    SCOPED_TRACE(factory);
-    const Program application({factory});
+  const std::string commands[] = {"gtk3-widget-factory", "gtk4-widget-factory",
+                                  qtExamples + "styles/styles"};
+  for (const std::string& command : commands) {
+    SCOPED_TRACE(command);
+    const Program application({command});
     EXPECT_EQ(
         act("ax_action", await(application, "AXIncrementor", "50"), {{"action", "AXIncrement"}}),
         ok);
@@ -82,6 +131,11 @@ TEST_F(AXDesktopTest, ControlsReactAsTheirUserSees) {
   EXPECT_EQ(act("ax_set_value", await(factory, "AXSlider"), {{"value", "12.5"}}), ok);
   EXPECT_TRUE(shows(factory, "AXSlider", "12.5"));
   EXPECT_EQ(act("ax_set_value", await(factory, "AXSlider"), {{"value", "loud"}})["ok"], false);
+  // A click opens the list of a box, as long as the pointer rests until the release.
+  const Json box = await(factory, "AXPopUpButton", "Left")["frame"];
+  perform("click", {{"x", box["x"].get<int>() + 20}, {"y", box["y"].get<int>() + 10}});
+  EXPECT_TRUE(shows(factory, "AXMenuItem", "Middle"));
+  perform("key", {{"chord", "escape"}});
   // What is greyed out does nothing, and says so.
   const Json grey = await(factory, "AXCheckBox", "", "enabled");
   EXPECT_EQ(grey.value("enabled", true), false);

@@ -217,9 +217,15 @@ bool showsItsName(std::uint32_t role) {
   return role == label || role == staticText || role == comboBox;
 }
 
+bool clips(std::uint32_t role) {
+  constexpr std::array<std::uint32_t, 11> roles{filler, frame,      layeredPane, list,
+                                                panel,  scrollPane, splitPane,   table,
+                                                tree,   treeTable,  viewport};
+  return isOneOf(role, roles);
+}
+
 bool isAdjustable(std::uint32_t role) {
   constexpr std::uint32_t dial = 15;
-  constexpr std::uint32_t splitPane = 53;
   return role == slider || role == spinButton || role == scrollBar || role == dial ||
          role == splitPane;
 }
@@ -241,6 +247,10 @@ std::optional<std::string> actionName(std::string_view action, std::uint32_t rol
   };
   if (equalsWithoutCase(action, "activate") && (isEntry(role) || role == spinButton)) {
     return "AXConfirm";
+  }
+  // All that an entry of a menu can do in Qt when there is a menu below it.
+  if (equalsWithoutCase(action, "showmenu") && isMenuItem(role)) {
+    return "AXPress";
   }
   const auto* const found = std::find_if(
       std::begin(names), std::end(names),

@@ -17,6 +17,8 @@ enum Role : std::uint32_t {
   filler = 20,
   frame = 23,
   label = 29,
+  layeredPane = 30,
+  list = 31,
   listItem = 32,
   menu = 33,
   menuBar = 34,
@@ -27,13 +29,16 @@ enum Role : std::uint32_t {
   passwordText = 40,
   pushButton = 43,
   scrollBar = 48,
+  scrollPane = 49,
   slider = 51,
   spinButton = 52,
+  splitPane = 53,
   table = 55,
   tableCell = 56,
   text = 61,
   tree = 65,
   treeTable = 66,
+  viewport = 68,
   application = 75,
   autocomplete = 76,
   editbar = 77,
@@ -97,6 +102,10 @@ bool showsItsName(std::uint32_t role);
 /// Whether an element of this role only shows something or holds others. Newer toolkits list
 /// actions of their own making even for those.
 bool isPassive(std::uint32_t role);
+
+/// Whether an element of this role shows of what is in it only what lies within its own frame.
+/// Menus and boxes that pop something up don't.
+bool clips(std::uint32_t role);
 
 /// Whether an element of this role lets its user choose a number.
 bool isAdjustable(std::uint32_t role);

@@ -153,20 +153,32 @@ double readNumber(Connection& connection, const Handle& handle, const char* prop
       .value_or(0);
 }
 
+/// The smallest step of a number between two limits.
+double leastStep(Connection& connection, const Handle& handle, double least, double greatest) {
+  // Qt gives a tenth of the whole range where it knows none.
+  const double by =
+      handle.toolkit == Toolkit::qt ? 0 : readNumber(connection, handle, "MinimumIncrement");
+  constexpr double steps = 100;  // for those that don't say
+  return by > 0 ? by : std::min(1.0, (greatest - least) / steps);
+}
+
 /// Moves a number one step, `direction` being 1 or -1.
 AXError step(Connection& connection, const Handle& handle, double number, int direction) {
   const double least = readNumber(connection, handle, "MinimumValue");
   const double greatest = readNumber(connection, handle, "MaximumValue");
-  double by = readNumber(connection, handle, "MinimumIncrement");
-  if (by <= 0) {
-    constexpr double steps = 100;  // for those that don't say
-    by = std::min(1.0, (greatest - least) / steps);
+  const double by = leastStep(connection, handle, least, greatest);
+  AXError result = AXError::success;
+  for (const double distance : {by, 1.0}) {
+    const double next = number + direction * distance;
+    result = writeNumber(connection, handle,
+                         least < greatest ? std::clamp(next, least, greatest) : next);
+    // Where only whole numbers go, a part of one changes nothing.
+    if (distance >= 1 || result != AXError::success ||
+        readNumber(connection, handle, "CurrentValue") != number) {
+      break;
+    }
   }
-  double next = number + direction * by;
-  if (least < greatest) {
-    next = std::clamp(next, least, greatest);
-  }
-  return writeNumber(connection, handle, next);
+  return result;
 }
 
 /// The number that a text says as a whole.
@@ -222,13 +234,16 @@ AXError performAction(const AXElement& element, const std::string& action) {
       std::find_if(facts.actions.begin(), facts.actions.end(), [&](const ToolkitAction& candidate) {
         return AXNames::actionName(candidate.name, facts.kind.role) == action;
       });
-  if (offered != facts.actions.end()) {
+  // Qt's own steps are a tenth of the whole range.
+  const bool isStep = action == "AXIncrement" || action == "AXDecrement";
+  const bool isOwnStep = isStep && takesNumbers(facts) && handle.toolkit == Toolkit::qt;
+  if (offered != facts.actions.end() && !isOwnStep) {
     return doAction(*target.connection, handle, offered->index);
   }
-  if (action == "AXPress") {
-    return select(*target.connection, handle);
+  if (isStep) {
+    return step(*target.connection, handle, *facts.number, action == "AXIncrement" ? 1 : -1);
   }
-  return step(*target.connection, handle, *facts.number, action == "AXIncrement" ? 1 : -1);
+  return select(*target.connection, handle);
 }
 
 bool isValueSettable(const AXElement& element) {

@@ -34,7 +34,7 @@ constexpr std::size_t fewUnderWay = 6;
 using Path = std::vector<std::uint32_t>;
 
 struct Node {
-  enum class Progress { unread, read, failed };
+  enum class Progress { unread, read, hidden, failed };
 
   AXElement element;
   Node* parent = nullptr;
@@ -118,7 +118,7 @@ struct AXReader::State {
   static AXValue children(const Node& node) {
     AXElements list{{}, node.facts.childCount - node.hiddenChildren};
     for (const Node* child : node.children) {
-      if (child->progress != Node::Progress::read || child->facts.shows()) {
+      if (child->progress != Node::Progress::hidden) {
         list.first.push_back(child->element);
       }
     }
@@ -224,15 +224,22 @@ struct AXReader::State {
     if (node.progress != Node::Progress::read) {
       return;
     }
-    if (!node.facts.shows()) {
+    if (node.parent && (!node.facts.shows() || isScrolledAway(node))) {
+      node.progress = Node::Progress::hidden;
       visited_.erase(node.path);
-      if (node.parent) {
-        ++node.parent->hiddenChildren;
-        lookAtMore(*node.parent);
-      }
+      ++node.parent->hiddenChildren;
+      lookAtMore(*node.parent);
     } else if (looksBelow(node)) {
       lookAtMore(node);
     }
+  }
+
+  /// Whether it lies wholly beside what its parent shows of its inside. Qt says of such elements
+  /// that they show.
+  static bool isScrolledAway(const Node& node) {
+    const Facts& outer = node.parent->facts;
+    return node.facts.toolkit == Toolkit::qt && AXNames::clips(outer.kind.role) && outer.extents &&
+           node.facts.extents && !node.facts.extents->meets(*outer.extents);
   }
 
   /// Goes on to further children until there are as many that may show as the walk looks at.

@@ -82,20 +82,31 @@ void sendWheel(X11::Session& x11, std::int32_t lines, std::uint8_t positive,
   }
 }
 
+/// A menu that a press has opened takes any motion before the release for a choice from it. So the
+/// pointer is not moved to where it is.
+void sendButtonAt(X11::Session& x11, const Mouse& mouse, bool down) {
+  const auto at = x11.await<xcb_query_pointer_reply_t>(
+      xcb_query_pointer(x11.get(), x11.screen().root).sequence);
+  if (!at || at->root_x != coordinate(mouse.location.x) ||
+      at->root_y != coordinate(mouse.location.y)) {
+    sendMotion(x11, mouse.location);
+  }
+  sendButton(x11, buttonNumber(mouse.button), down);
+}
+
 void send(X11::Session& x11, const Mouse& mouse) {
-  sendMotion(x11, mouse.location);
   switch (mouse.type) {
     case MouseEventType::leftDown:
     case MouseEventType::rightDown:
     case MouseEventType::otherDown:
-      return sendButton(x11, buttonNumber(mouse.button), /*down=*/true);
+      return sendButtonAt(x11, mouse, /*down=*/true);
     case MouseEventType::leftUp:
     case MouseEventType::rightUp:
     case MouseEventType::otherUp:
-      return sendButton(x11, buttonNumber(mouse.button), /*down=*/false);
+      return sendButtonAt(x11, mouse, /*down=*/false);
     case MouseEventType::moved:
     case MouseEventType::leftDragged:
-      return;
+      return sendMotion(x11, mouse.location);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <deque>
 #include <string_view>
 #include <utility>
 
@@ -41,7 +42,7 @@ class Reading : public std::enable_shared_from_this<Reading> {
           const FactsWanted& wanted, FactsHandler done)
       : connection_(connection), object_(element.object), wanted_(wanted), done_(std::move(done)) {
     facts_.toolkit = element.toolkit;
-    facts_.isInTabList = wanted_.parentRole == AXNames::pageTabList;
+    facts_.kind.parentRole = wanted_.parentRole.value_or(0);
     isApplication_ = element.window.empty();
   }
 
@@ -52,10 +53,12 @@ class Reading : public std::enable_shared_from_this<Reading> {
     if (!isApplication_) {
       askForExtents();
     }
-    if (wanted_.atOnce) {
+    if (wanted_.placeOnly) {
+      askForRole();
+    } else if (wanted_.atOnce || wanted_.parentRole == AXNames::pageTabList) {
       askForItself();
     }
-    next_ = &Reading::goOnIfItShows;
+    waves_.push_back(&Reading::goOnIfItShows);
   }
 
  private:
@@ -77,8 +80,9 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void goOn() {
-    while (open_ == 0 && next_) {
-      const Wave wave = std::exchange(next_, nullptr);
+    while (open_ == 0 && !waves_.empty()) {
+      const Wave wave = waves_.front();
+      waves_.pop_front();
       if (outcome_ == Outcome::answered) {
         (this->*wave)();
       }
@@ -129,18 +133,26 @@ class Reading : public std::enable_shared_from_this<Reading> {
       facts_.extents.reset();
     }
     askForChildren();
-    if (wanted_.atOnce) {
+    if (wanted_.placeOnly) {
+      return;
+    }
+    if (hasAskedForItself_) {
       askForContents();
     } else {
       askForItself();
-      next_ = &Reading::askForContents;
+      waves_.push_back(&Reading::askForContents);
     }
   }
 
-  void askForItself() {
+  void askForRole() {
     ask(connection_.method(object_, accessible, "GetRole"), [this](const Answer& answer) {
       facts_.kind.role = answer.read<std::uint32_t>('u').value_or(0);
     });
+  }
+
+  void askForItself() {
+    hasAskedForItself_ = true;
+    askForRole();
     ask(connection_.method(object_, accessible, "GetInterfaces"),
         [this](const Answer& answer) { keepInterfaces(answer); });
     ask(connection_.property(object_, accessible, "Name"), [this](const Answer& answer) {
@@ -185,8 +197,20 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void askForText() {
+    if (facts_.toolkit != Toolkit::qt) {
+      askForText(maxText);
+      return;
+    }
+    // Qt's editors give nothing when asked for more than they have.
+    ask(connection_.property(object_, textInterface, "CharacterCount"),
+        [this](const Answer& answer) {
+          askForText(std::min(answer.readVariant<std::int32_t>('i').value_or(0), maxText));
+        });
+  }
+
+  void askForText(int characters) {
     Message question = connection_.method(object_, textInterface, "GetText");
-    sd_bus_message_append(question.get(), "ii", 0, maxText);
+    sd_bus_message_append(question.get(), "ii", 0, characters);
     ask(std::move(question),
         [this](const Answer& answer) { facts_.text = answer.read<const char*>('s').value_or(""); });
   }
@@ -220,18 +244,54 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void keepChildCount(const Answer& answer) {
-    const int count = answer.readVariant<std::int32_t>('i').value_or(0);
+    const int count = std::max(answer.readVariant<std::int32_t>('i').value_or(0), 0);
     facts_.kind.hasChildren = count > 0;
-    if (wanted_.maxChildren == 0 || count <= 0) {
+    facts_.childCount = static_cast<std::size_t>(count);
+    if (wanted_.maxChildren == 0 || count == 0) {
       return;
     }
     if (count <= maxWholeList) {
       askForAllChildren();
       return;
     }
-    facts_.childCount = static_cast<std::size_t>(count);
-    const int first = static_cast<int>(std::min<std::size_t>(wanted_.maxChildren, maxWholeList));
-    for (int i = 0; i < first; ++i) {
+    lookForShownChildren();
+    waves_.push_front(&Reading::askForShownChildren);
+  }
+
+  /// Of a list that is scrolled down, the first children don't show: looks near its upper corner
+  /// for one that does.
+  void lookForShownChildren() {
+    const Extents e = facts_.extents.value_or(Extents{});
+    for (const int right : {4, 40}) {  // in the first column, and beside what numbers the rows
+      for (int down = 4; down < std::min(e.height, 64); down += 10) {
+        Message question = connection_.method(object_, component, "GetAccessibleAtPoint");
+        constexpr std::uint32_t onScreen = 0;
+        sd_bus_message_append(question.get(), "iiu", e.x + right, e.y + down, onScreen);
+        ask(std::move(question), [this](const Answer& answer) { askForIndex(answer); });
+      }
+    }
+  }
+
+  void askForIndex(const Answer& answer) {
+    const auto child = readObject(answer);
+    if (child && child->path != object_.path) {
+      ask(connection_.method(*child, accessible, "GetIndexInParent"), [this](const Answer& index) {
+        firstShown_ = std::min(firstShown_, index.read<std::int32_t>('i').value_or(INT_MAX));
+      });
+    }
+  }
+
+  /// The first children, which may be headers, and as many again from the first on that shows.
+  void askForShownChildren() {
+    const int count = static_cast<int>(facts_.childCount);
+    const int some = static_cast<int>(std::min<std::size_t>(wanted_.maxChildren, maxWholeList));
+    const int second = firstShown_ >= some && firstShown_ < count ? firstShown_ : some;
+    askForChildren(0, some);
+    askForChildren(second, std::min(second + some, count));
+  }
+
+  void askForChildren(int begin, int end) {
+    for (int i = begin; i < end; ++i) {
       Message question = connection_.method(object_, accessible, "GetChildAtIndex");
       sd_bus_message_append(question.get(), "i", i);
       ask(std::move(question), [this](const Answer& child) {
@@ -244,9 +304,7 @@ class Reading : public std::enable_shared_from_this<Reading> {
 
   /// The role of the parent, where it matters.
   void askForParent() {
-    if (wanted_.parentRole) {
-      facts_.kind.parentRole = *wanted_.parentRole;
-    } else if (AXNames::needsParent(facts_.kind.role)) {
+    if (!wanted_.parentRole && AXNames::needsParent(facts_.kind.role)) {
       ask(connection_.property(object_, accessible, "Parent"),
           [this](const Answer& answer) { askForParentRole(answer); });
     }
@@ -285,10 +343,12 @@ class Reading : public std::enable_shared_from_this<Reading> {
   FactsHandler done_;
   Facts facts_;
   Outcome outcome_ = Outcome::answered;
-  int open_ = 0;  // questions that wait for their answers
-  Wave next_ = nullptr;
+  int open_ = 0;              // questions that wait for their answers
+  std::deque<Wave> waves_;    // each goes out when there are no open questions
+  int firstShown_ = INT_MAX;  // the index of the first child that is known to show
   bool hasStates_ = false;
   bool isApplication_ = false;
+  bool hasAskedForItself_ = false;
   bool hasText_ = false;
   bool hasValue_ = false;
   bool hasActions_ = false;
@@ -298,7 +358,8 @@ class Reading : public std::enable_shared_from_this<Reading> {
 
 bool Facts::shows() const {
   // A tab may be hidden while the page below it is not: editors do so with a single document.
-  if (kind.role == AXNames::application || isInTabList) {
+  const bool isTab = kind.role == AXNames::pageTab && kind.parentRole == AXNames::pageTabList;
+  if (kind.role == AXNames::application || isTab) {
     return true;
   }
   // Qt says of lists in closed boxes that they show, and gives them no size. GTK 4 says it of

@@ -21,6 +21,12 @@ struct Extents {
 
   /// Whether this is what toolkits say of something that is not on the screen.
   [[nodiscard]] bool areNowhere() const { return width <= 0 || height <= 0 || x == INT_MIN; }
+
+  /// Whether the two have a pixel in common.
+  [[nodiscard]] bool meets(const Extents& other) const {
+    return x < other.x + other.width && other.x < x + width && y < other.y + other.height &&
+           other.y < y + height;
+  }
 };
 
 struct ToolkitAction {
@@ -40,7 +46,6 @@ struct Facts {
   std::vector<AccessibilityBus::Object> children;  ///< the first of them
   std::size_t childCount = 0;
   Toolkit toolkit = Toolkit::other;
-  bool isInTabList = false;
 
   [[nodiscard]] bool has(AXNames::State state) const { return AXNames::has(kind.states, state); }
 
@@ -62,6 +67,8 @@ struct FactsWanted {
   std::optional<std::uint32_t> parentRole;
   /// Whether to ask for more at a time than may be needed: sooner done, for one element.
   bool atOnce = true;
+  /// Whether the states, the extents, the role and the number of children will do.
+  bool placeOnly = false;
 };
 
 /// What became of the reading, and the facts if it is `answered`.

@@ -2,12 +2,14 @@
 #include <cmath>
 #include <cstdlib>
 #include <deque>
+#include <limits>
 
 #include "Platform/Linux/Facts.h"
 #include "Platform/Linux/Placement.h"
 
 namespace tervain::Platform {
 
+using AccessibilityBus::Answer;
 using AccessibilityBus::Connection;
 using AccessibilityBus::Message;
 using AccessibilityBus::Object;
@@ -22,51 +24,78 @@ constexpr int maxDescent = 64;
 /// How many elements' children are searched for a menu that has popped up.
 constexpr int maxSearched = 300;
 
+/// How many of an element's children are looked at where it has very many, as tables have.
+constexpr std::size_t maxListed = 256;
+constexpr int maxOfMany = 64;
+
 /// By how many pixels in all an element may differ from the X window that shows it: borders do.
 constexpr double popupMargin = 48;
 
-struct Child {
+/// An element and what its place and its role tell.
+struct Item {
   Handle handle;
   Facts facts;
 };
 
 /// An application's elements that may lie at a point. `outcome` says how the reading went.
-struct Children {
+struct Items {
   Outcome outcome = Outcome::answered;
-  std::vector<Child> list;
+  std::vector<Item> list;
 };
 
+std::vector<Object> listChildren(Connection& connection, const Item& parent, Outcome& outcome) {
+  const Object& object = parent.handle.object;
+  const auto timeout = parent.handle.timeout;
+  if (parent.facts.childCount <= maxListed) {
+    const auto answer = connection.askNow(
+        connection.method(object, "org.a11y.atspi.Accessible", "GetChildren"), timeout);
+    outcome = answer.outcome;
+    return readObjects(answer);
+  }
+  std::vector<Object> first;
+  for (int i = 0; i < maxOfMany; ++i) {
+    Message question = connection.method(object, "org.a11y.atspi.Accessible", "GetChildAtIndex");
+    sd_bus_message_append(question.get(), "i", i);
+    connection.ask(std::move(question), [&first](const Answer& answer) {
+      if (auto child = readObject(answer)) {
+        first.push_back(std::move(*child));
+      }
+    });
+  }
+  outcome = connection.run(timeout);
+  return first;
+}
+
 /// The children of an element that show, the topmost last.
-Children visibleChildren(Connection& connection, const Handle& parent) {
-  const auto answer = connection.askNow(
-      connection.method(parent.object, "org.a11y.atspi.Accessible", "GetChildren"), parent.timeout);
-  Children children{answer.outcome, {}};
-  for (Object& object : readObjects(answer)) {
-    Handle handle = parent;
+Items visibleChildren(Connection& connection, const Item& parent) {
+  Items children;
+  for (Object& object : listChildren(connection, parent, children.outcome)) {
+    Handle handle = parent.handle;
     handle.object = std::move(object);
     if (handle.window.empty()) {
       handle.window = handle.object.path;
     }
     children.list.push_back({std::move(handle), {}});
   }
-  for (Child& child : children.list) {
-    readFacts(connection, child.handle, {0, 0, false}, [&child](Outcome outcome, Facts facts) {
+  FactsWanted wanted;
+  wanted.parentRole = parent.facts.kind.role;
+  wanted.placeOnly = true;
+  for (Item& child : children.list) {
+    readFacts(connection, child.handle, wanted, [&child](Outcome outcome, Facts facts) {
       if (outcome == Outcome::answered) {
         child.facts = std::move(facts);
       }
     });
   }
-  if (connection.run(parent.timeout) == Outcome::timedOut) {
+  if (connection.run(parent.handle.timeout) == Outcome::timedOut) {
     children.outcome = Outcome::timedOut;
   }
-  std::erase_if(children.list,
-                [](const Child& child) { return !child.facts.shows() || !child.facts.extents; });
+  std::erase_if(children.list, [](const Item& child) { return !child.facts.shows(); });
   return children;
 }
 
 struct Toplevel {
-  Handle handle;
-  Facts facts;
+  Item item;
   Placement placement;
 };
 
@@ -81,30 +110,39 @@ Local toLocal(const Placement& placement, double x, double y) {
           static_cast<int>(std::floor((y - placement.origin.y) / placement.scale))};
 }
 
-bool contains(const Extents& e, Local point) {
+bool lies(const Facts& facts, Local point) {
+  if (!facts.extents) {
+    return false;
+  }
+  const Extents& e = *facts.extents;
   return point.x >= e.x && point.y >= e.y && point.x < e.x + e.width && point.y < e.y + e.height;
 }
 
-/// How far a toplevel is from being what an X window shows.
-double distance(const Toplevel& toplevel, const X11::Window& window) {
-  const Point at = toplevel.placement.position(*toplevel.facts.extents);
-  const Size size = toplevel.placement.size(*toplevel.facts.extents);
+/// How far an element is from being what an X window shows.
+double distance(const Facts& facts, const Placement& placement, const X11::Window& window) {
+  if (!facts.extents) {
+    return std::numeric_limits<double>::infinity();
+  }
+  const Point at = placement.position(*facts.extents);
+  const Size size = placement.size(*facts.extents);
   return std::abs(at.x - window.place.x) + std::abs(at.y - window.place.y) +
          std::abs(size.width - window.place.width) + std::abs(size.height - window.place.height);
 }
 
 /// The toplevel at a point: the one most like the X window that is there.
-std::optional<Toplevel> toplevelAt(Children& toplevels, const X11::Window& window, double x,
+std::optional<Toplevel> toplevelAt(Items& toplevels, const X11::Window& window, double x,
                                    double y) {
   std::optional<Toplevel> best;
-  for (Child& child : toplevels.list) {
-    const auto placement = placementOf(child.facts, &window);
-    if (!placement || !contains(*child.facts.extents, toLocal(*placement, x, y))) {
+  double least = 0;
+  for (Item& item : toplevels.list) {
+    const auto placement = placementOf(item.facts, &window);
+    if (!placement || !lies(item.facts, toLocal(*placement, x, y))) {
       continue;
     }
-    Toplevel candidate{std::move(child.handle), std::move(child.facts), *placement};
-    if (!best || distance(candidate, window) < distance(*best, window)) {
-      best = std::move(candidate);
+    const double from = distance(item.facts, *placement, window);
+    if (!best || from < least) {
+      best = Toplevel{std::move(item), *placement};
+      least = from;
     }
   }
   return best;
@@ -112,68 +150,102 @@ std::optional<Toplevel> toplevelAt(Children& toplevels, const X11::Window& windo
 
 /// Whether an element is what has popped up at a point: either it fills the X window, or it is one
 /// of the items of a menu that is no element itself.
-bool isPopup(const Toplevel& candidate, const X11::Window& window, Local point) {
-  if (distance(candidate, window) <= popupMargin) {
+bool isPopup(const Facts& facts, const Placement& placement, const X11::Window& window,
+             Local point) {
+  if (distance(facts, placement, window) <= popupMargin) {
     return true;
   }
-  const Point at = candidate.placement.position(*candidate.facts.extents);
-  return AXNames::isMenuItem(candidate.facts.kind.role) &&
-         contains(*candidate.facts.extents, point) &&
-         window.place.contains(static_cast<int>(at.x), static_cast<int>(at.y));
+  if (!AXNames::isMenuItem(facts.kind.role) || !lies(facts, point)) {
+    return false;
+  }
+  const Point at = placement.position(*facts.extents);
+  return window.place.contains(static_cast<int>(at.x), static_cast<int>(at.y));
 }
 
 /// Menus and lists that have popped up are windows to the X server, but in the tree they are far
 /// down in the window they belong to.
-std::optional<Toplevel> popupAt(Connection& connection, const Toplevel& toplevel,
-                                const X11::Window& window, Local point) {
-  std::deque<Handle> parents{toplevel.handle};
+std::optional<Item> popupAt(Connection& connection, const Toplevel& toplevel,
+                            const X11::Window& window, Local point) {
+  std::deque<Item> parents{toplevel.item};
   for (int looked = 0; looked < maxSearched && !parents.empty(); ++looked) {
-    Children children = visibleChildren(connection, parents.front());
+    Items children = visibleChildren(connection, parents.front());
     parents.pop_front();
-    for (Child& child : children.list) {
-      Toplevel candidate{std::move(child.handle), std::move(child.facts), toplevel.placement};
-      if (isPopup(candidate, window, point)) {
-        return candidate;
+    for (Item& child : children.list) {
+      if (isPopup(child.facts, toplevel.placement, window, point)) {
+        return std::move(child);
       }
-      if (candidate.facts.kind.hasChildren) {
-        parents.push_back(std::move(candidate.handle));
+      if (child.facts.kind.hasChildren) {
+        parents.push_back(std::move(child));
       }
     }
   }
   return std::nullopt;
 }
 
-/// Down to the innermost element as the toolkit finds it: in one step or one level at a time.
-Handle descendByAsking(Connection& connection, const Toplevel& toplevel, Local point) {
-  Handle at = toplevel.handle;
-  for (int depth = 0; depth < maxDescent; ++depth) {
-    Message question =
-        connection.method(at.object, "org.a11y.atspi.Component", "GetAccessibleAtPoint");
-    constexpr std::uint32_t onScreen = 0;
-    sd_bus_message_append(question.get(), "iiu", point.x, point.y, onScreen);
-    auto next = readObject(connection.askNow(std::move(question), at.timeout));
-    if (!next || (next->path == at.object.path && next->bus == at.object.bus)) {
-      break;
-    }
-    at.object = std::move(*next);
+/// The element below another that its toolkit finds at a point. Toolkits err: what does not show
+/// there doesn't count.
+std::optional<Item> askWhatIsAt(Connection& connection, const Item& above, Local point) {
+  Message question =
+      connection.method(above.handle.object, "org.a11y.atspi.Component", "GetAccessibleAtPoint");
+  constexpr std::uint32_t onScreen = 0;
+  sd_bus_message_append(question.get(), "iiu", point.x, point.y, onScreen);
+  auto object = readObject(connection.askNow(std::move(question), above.handle.timeout));
+  if (!object ||
+      (object->path == above.handle.object.path && object->bus == above.handle.object.bus)) {
+    return std::nullopt;
   }
-  return at;
+  Item item{above.handle, {}};
+  item.handle.object = std::move(*object);
+  FactsWanted wanted;
+  wanted.parentRole = 0;
+  wanted.placeOnly = true;
+  FactsNow now = readFactsNow(connection, item.handle, wanted);
+  if (now.outcome != Outcome::answered || !now.facts.shows() || !lies(now.facts, point)) {
+    return std::nullopt;
+  }
+  item.facts = std::move(now.facts);
+  return item;
 }
 
-/// Down to the innermost element by where the elements say they are.
-Handle descendByPlace(Connection& connection, const Toplevel& toplevel, Local point) {
-  Handle at = toplevel.handle;
+/// The topmost child at a point by where the children say they are.
+std::optional<Item> childAt(Connection& connection, const Item& parent, Local point) {
+  Items children = visibleChildren(connection, parent);
+  const auto under = std::find_if(children.list.rbegin(), children.list.rend(),
+                                  [point](const Item& child) { return lies(child.facts, point); });
+  if (under != children.list.rend()) {
+    return std::move(*under);
+  }
+  // A page lies beside its tab, although it is the tab's child.
+  for (const Item& child : children.list) {
+    if (child.facts.kind.role == AXNames::pageTab && child.facts.kind.hasChildren) {
+      if (auto page = childAt(connection, child, point)) {
+        return page;
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+/// Whether to ask an element's toolkit first: Qt finds the innermost element in one step, and
+/// tables have too many cells to look at. GTK 3 does not know what lies over what.
+bool isWorthAsking(const Item& item) {
+  return item.handle.toolkit == Toolkit::qt || item.handle.toolkit == Toolkit::other ||
+         item.facts.has(AXNames::State::managesDescendants);
+}
+
+/// Down to the innermost element at a point.
+Handle descend(Connection& connection, Item at, Local point) {
   for (int depth = 0; depth < maxDescent; ++depth) {
-    Children children = visibleChildren(connection, at);
-    const auto under =
-        std::find_if(children.list.rbegin(), children.list.rend(),
-                     [point](const Child& child) { return contains(*child.facts.extents, point); });
-    if (under == children.list.rend()) {
+    auto next = isWorthAsking(at) ? askWhatIsAt(connection, at, point) : std::nullopt;
+    if (!next) {
+      next = childAt(connection, at, point);
+    }
+    if (!next) {
       break;
     }
-    at = std::move(under->handle);
+    at = std::move(*next);
   }
-  return at;
+  return std::move(at.handle);
 }
 
 AXError errorOf(Outcome outcome) {
@@ -206,20 +278,22 @@ std::variant<AXElement, AXError> elementAtPosition(float x, float y,
   if (application.handle().wasSilent) {
     return AXError::cannotComplete;
   }
-  Children toplevels = visibleChildren(*connection, application.handle());
+  Items toplevels = visibleChildren(*connection, {application.handle(), {}});
   auto toplevel = toplevelAt(toplevels, *window, x, y);
   if (!toplevel) {
     return errorOf(toplevels.outcome);
   }
   const Local point = toLocal(toplevel->placement, x, y);
-  if (!window->isManaged && distance(*toplevel, *window) > popupMargin) {
-    if (auto popup = popupAt(*connection, *toplevel, *window, point)) {
-      toplevel = std::move(popup);
+  const double off = distance(toplevel->item.facts, toplevel->placement, *window);
+  if (!window->isManaged && off > popupMargin) {
+    auto popup = popupAt(*connection, *toplevel, *window, point);
+    if (!popup) {
+      return AXError::noValue;  // such as Qt's context menus, which are in no tree
     }
+    toplevel->item = std::move(*popup);
   }
-  return AXElement(std::make_shared<Handle>(toplevel->handle.toolkit == Toolkit::gtk4
-                                                ? descendByPlace(*connection, *toplevel, point)
-                                                : descendByAsking(*connection, *toplevel, point)));
+  return AXElement(
+      std::make_shared<Handle>(descend(*connection, std::move(toplevel->item), point)));
 }
 
 }  // namespace tervain::Platform

@@ -24,8 +24,9 @@ constexpr std::chrono::seconds postLimit{15};
 constexpr std::chrono::milliseconds chordLimit{200};
 
 /// How long an application may take to answer that it has looked up the borrowed keys. Qt makes its
-/// whole keymap anew for each changed key, which takes more than a second on a busy machine.
-constexpr std::chrono::milliseconds answerLimit{4000};
+/// whole keymap anew for each changed key, which takes more than a second on a busy machine and
+/// five on one with ten times as much to do as it can.
+constexpr std::chrono::milliseconds answerLimit{10'000};
 
 /// How long borrowed keycodes stay borrowed after the last use.
 constexpr std::chrono::milliseconds quietTime{500};

@@ -61,11 +61,11 @@ class Session::Pool {
       }
       // An attempt that has outlived its time holds nobody up any longer.
       const auto limit = std::min(deadline, attemptStarted_ + lookLimit);
-      if (!attemptEnded_.wait_until(lock, limit, [this] { return !connecting_; })) {
+      if (!changed_.wait_until(lock, limit, [this] { return !connecting_ || !idle_.empty(); })) {
         return nullptr;
       }
       // One that succeeded may have served somebody else: that is no reason to give up.
-      if ((mine && attemptFailed_) || Clock::now() >= deadline) {
+      if ((mine && !connecting_ && attemptFailed_) || Clock::now() >= deadline) {
         return nullptr;
       }
     }
@@ -75,6 +75,7 @@ class Session::Pool {
     const std::lock_guard lock(mutex_);
     if (idle_.size() < maxIdle) {
       idle_.push_back(std::move(connection));
+      changed_.notify_one();
     }
   }
 
@@ -133,11 +134,11 @@ class Session::Pool {
     if (connection) {
       idle_.push_back(std::move(connection));
     }
-    attemptEnded_.notify_all();
+    changed_.notify_all();
   }
 
   std::mutex mutex_;
-  std::condition_variable attemptEnded_;
+  std::condition_variable changed_;  // an attempt has ended, or a connection is idle
   std::vector<Connection> idle_;
   bool connecting_ = false;
   bool attemptFailed_ = false;
