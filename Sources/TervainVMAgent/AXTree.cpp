@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 
 #include "TervainVMAgent/ConnectionHandler.h"
 #include "VMAgentCore/Rounding.h"
@@ -28,15 +27,15 @@ std::string decimalText(std::int64_t number) {
   return std::to_string(number);
 }
 
-/// The shortest digits that read back as the same number, with an exponent only where there would
-/// be too many zeros.
+/// As many digits as macOS gives a number of that precision, with an exponent where there would be
+/// too many zeros.
 template <class Real>
 std::string decimalText(Real number) {
-  const double magnitude = std::abs(number);
-  const bool plain = magnitude == 0 || (magnitude >= 1e-4 && magnitude < 1e16);
-  const auto format = plain ? std::chars_format::fixed : std::chars_format::scientific;
+  constexpr int digits = sizeof(Real) == sizeof(float) ? 7 : 16;
   std::array<char, 32> text;  // NOLINT(*-member-init): written before it is read
-  const auto end = std::to_chars(text.data(), text.data() + text.size(), number, format).ptr;
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), number,
+                                 std::chars_format::general, digits)
+                       .ptr;
   return {text.data(), end};
 }
 

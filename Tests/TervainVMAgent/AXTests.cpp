@@ -136,6 +136,7 @@ TEST_F(AXTest, ValuesBecomeShortText) {
       {"", nullptr},
       {AXNumber(50.0), "50"},
       {AXNumber(1.0 / 3), "0.3333333333333333"},
+      {AXNumber(0.1 + 0.2), "0.3"},
       {AXNumber(0.1F), "0.1"},
       {AXNumber(100000.0), "100000"},
       {AXNumber(-1e300), "-1e+300"},
