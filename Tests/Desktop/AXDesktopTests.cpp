@@ -128,10 +128,10 @@ TEST_F(AXDesktopTest, ControlsReactAsTheirUserSees) {
   EXPECT_TRUE(shows(factory, "AXSlider", "12.5"));
   EXPECT_EQ(act("ax_set_value", await(factory, "AXSlider"), {{"value", "loud"}})["ok"], false);
   const Json slider = await(factory, "AXSlider", "12.5")["frame"];
-  const int right = slider["x"].get<int>() + slider["w"].get<int>() * 23 / 24;
-  const int middle = slider["y"].get<int>() + slider["h"].get<int>() / 2;
-  const int left = slider["x"].get<int>() + slider["w"].get<int>() / 8;
-  perform("drag", {{"fromX", left}, {"fromY", middle}, {"toX", right + 90}, {"toY", middle}});
+  const int left = slider["x"];
+  const int width = slider["w"];
+  const int y = slider["y"].get<int>() + slider["h"].get<int>() / 2;
+  perform("drag", {{"fromX", left + width / 8}, {"fromY", y}, {"toX", left + width}, {"toY", y}});
   EXPECT_TRUE(shows(factory, "AXSlider", "100"));
   // A click opens the list of a box, as long as the pointer rests until the release.
   const Json box = await(factory, "AXPopUpButton", "Left")["frame"];
