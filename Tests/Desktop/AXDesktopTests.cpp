@@ -40,21 +40,17 @@ class AXDesktopTest : public DesktopTest {
 TEST_F(AXDesktopTest, FieldsAreReadHitWrittenAndFocused) {
   const struct {
     std::vector<std::string> command;
-    std::string app, text;
+    std::string app;
     bool focuses;
-  } cases[] = {
-      {{"gtk3-widget-factory"}, "gtk3-widget-factory", "comboboxentry", true},
-      {{"gtk4-widget-factory"}, "gtk4-widget-factory", "comboboxentry", false},
-      {{qtExamples + "lineedits/lineedits"}, "lineedits", "Validator", true},
-  };
+  } cases[] = {{{"gtk3-widget-factory"}, "gtk3-widget-factory", true},
+               {{"gtk4-widget-factory"}, "gtk4-widget-factory", false},
+               {{qtExamples + "lineedits/lineedits"}, "lineedits", true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.app);
     const Program application(c.command);
-    Json field = await(application, "AXTextField", c.text);
     EXPECT_TRUE(eventually([&] { return perform("ax_dump").value("app", "") == c.app; }));
-    field = await(application, "AXTextField", c.text);
+    Json field = await(application, "AXTextField");
     const Json hit = hitMiddle(field);
-    EXPECT_EQ(hit["role"], "AXTextField");
     EXPECT_EQ(hit["frame"], field["frame"]);
     const std::string text = "Grüße, €uro 😀";
     EXPECT_EQ(act("ax_set_value", hit, {{"value", text}}), ok);
@@ -131,6 +127,12 @@ TEST_F(AXDesktopTest, ControlsReactAsTheirUserSees) {
   EXPECT_EQ(act("ax_set_value", await(factory, "AXSlider"), {{"value", "12.5"}}), ok);
   EXPECT_TRUE(shows(factory, "AXSlider", "12.5"));
   EXPECT_EQ(act("ax_set_value", await(factory, "AXSlider"), {{"value", "loud"}})["ok"], false);
+  const Json slider = await(factory, "AXSlider", "12.5")["frame"];
+  const int left = slider["x"];
+  const int width = slider["w"];
+  const int y = slider["y"].get<int>() + slider["h"].get<int>() / 2;
+  perform("drag", {{"fromX", left + width / 8}, {"fromY", y}, {"toX", left + width}, {"toY", y}});
+  EXPECT_TRUE(shows(factory, "AXSlider", "100"));
   // A click opens the list of a box, as long as the pointer rests until the release.
   const Json box = await(factory, "AXPopUpButton", "Left")["frame"];
   perform("click", {{"x", box["x"].get<int>() + 20}, {"y", box["y"].get<int>() + 10}});

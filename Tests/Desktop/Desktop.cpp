@@ -148,37 +148,8 @@ pid_t Witness::activeProcess() {
   return active == XCB_NONE ? 0 : static_cast<pid_t>(cardinal(active, "_NET_WM_PID"));
 }
 
-Witness::Window Witness::awaitActive(pid_t pid) {
+void Witness::awaitActive(pid_t pid) {
   EXPECT_TRUE(eventually([&] { return activeProcess() == pid; })) << "no active window";
-  const xcb_window_t active = cardinal(x11_.screen().root, "_NET_ACTIVE_WINDOW");
-  const auto size =
-      x11_.await<xcb_get_geometry_reply_t>(xcb_get_geometry(x11_.get(), active).sequence);
-  const auto place = x11_.await<xcb_translate_coordinates_reply_t>(
-      xcb_translate_coordinates(x11_.get(), active, x11_.screen().root, 0, 0).sequence);
-  if (!size || !place) {
-    return {};
-  }
-  return {place->dst_x, place->dst_y, size->width, size->height};
-}
-
-std::string Witness::clipboard() {
-  const xcb_atom_t property = x11_.atom("TERVAIN_TEST");
-  xcb_convert_selection(x11_.get(), window_, x11_.atom("CLIPBOARD"), x11_.atom("UTF8_STRING"),
-                        property, XCB_CURRENT_TIME);
-  while (const auto event = x11_.awaitEvent(X11::Clock::now() + std::chrono::seconds(5))) {
-    if ((event->response_type & 0x7F) == XCB_SELECTION_NOTIFY) {
-      break;
-    }
-  }
-  const auto reply = x11_.await<xcb_get_property_reply_t>(
-      xcb_get_property(x11_.get(), /*_delete=*/1, window_, property, XCB_GET_PROPERTY_TYPE_ANY, 0,
-                       65'536)
-          .sequence);
-  if (!reply) {
-    return {};
-  }
-  return {static_cast<const char*>(xcb_get_property_value(reply.get())),
-          static_cast<std::size_t>(xcb_get_property_value_length(reply.get()))};
 }
 
 }  // namespace tervain::test

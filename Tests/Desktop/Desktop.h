@@ -70,18 +70,11 @@ class Witness {
   /// The locked modifiers and layout.
   std::pair<int, int> locks();
 
-  struct Window {
-    int x, y, width, height;
-  };
-
-  /// Waits until a window of a process is active, and tells where it is.
-  Window awaitActive(pid_t pid);
+  /// Waits until a window of a process is active.
+  void awaitActive(pid_t pid);
 
   /// The process of the active window; 0 without one.
   pid_t activeProcess();
-
-  /// The clipboard's text as its owner gives it now.
-  std::string clipboard();
 
  private:
   std::uint32_t cardinal(xcb_window_t window, const char* property);
