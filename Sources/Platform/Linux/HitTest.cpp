@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <deque>
 
@@ -82,7 +83,8 @@ Local toLocal(const Placement& placement, double x, double y) {
 }
 
 bool contains(const Extents& e, Local point) {
-  return point.x >= e.x && point.y >= e.y && point.x < e.x + e.width && point.y < e.y + e.height;
+  return point.x >= e.x && point.y >= e.y && point.x < std::int64_t{e.x} + e.width &&
+         point.y < std::int64_t{e.y} + e.height;
 }
 
 /// How far a toplevel is from being what an X window shows.
