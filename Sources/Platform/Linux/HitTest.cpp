@@ -23,6 +23,22 @@ constexpr int maxDescent = 64;
 /// How many elements' children are searched for a menu that has popped up.
 constexpr int maxSearched = 300;
 
+/// How many children of an element are looked at: the topmost, which come last.
+constexpr std::size_t maxChildren = 1024;
+
+/// How long all of a search may take, however many answers it gets just in time.
+constexpr std::chrono::seconds maxSearching{10};
+
+/// A search under way, and when it must end.
+struct Search {
+  Connection& connection;
+  AccessibilityBus::Clock::time_point deadline = AccessibilityBus::Clock::now() + maxSearching;
+
+  [[nodiscard]] AccessibilityBus::Answer ask(Message question, const Handle& element) const {
+    return connection.askNow(std::move(question), element.timeout, deadline);
+  }
+};
+
 /// By how many pixels in all an element may differ from the X window that shows it: borders do.
 constexpr double popupMargin = 48;
 
@@ -38,13 +54,16 @@ struct Children {
 };
 
 /// The children of an element that show, the topmost last.
-Children visibleChildren(Connection& connection, const Handle& parent) {
-  const auto answer = connection.askNow(
-      connection.method(parent.object, "org.a11y.atspi.Accessible", "GetChildren"), parent.timeout);
+Children visibleChildren(const Search& search, const Handle& parent) {
+  Connection& connection = search.connection;
+  const auto answer = search.ask(
+      connection.method(parent.object, "org.a11y.atspi.Accessible", "GetChildren"), parent);
   Children children{answer.outcome, {}};
-  for (Object& object : readObjects(answer)) {
+  auto objects = readObjects(answer).first;
+  for (std::size_t i = objects.size() - std::min(objects.size(), maxChildren); i < objects.size();
+       ++i) {
     Handle handle = parent;
-    handle.object = std::move(object);
+    handle.object = std::move(objects[i]);
     if (handle.window.empty()) {
       handle.window = handle.object.path;
     }
@@ -57,7 +76,7 @@ Children visibleChildren(Connection& connection, const Handle& parent) {
       }
     });
   }
-  if (connection.run(parent.timeout) == Outcome::timedOut) {
+  if (connection.run(parent.timeout, search.deadline) == Outcome::timedOut) {
     children.outcome = Outcome::timedOut;
   }
   std::erase_if(children.list,
@@ -126,11 +145,11 @@ bool isPopup(const Toplevel& candidate, const X11::Window& window, Local point) 
 
 /// Menus and lists that have popped up are windows to the X server, but in the tree they are far
 /// down in the window they belong to.
-std::optional<Toplevel> popupAt(Connection& connection, const Toplevel& toplevel,
+std::optional<Toplevel> popupAt(const Search& search, const Toplevel& toplevel,
                                 const X11::Window& window, Local point) {
   std::deque<Handle> parents{toplevel.handle};
   for (int looked = 0; looked < maxSearched && !parents.empty(); ++looked) {
-    Children children = visibleChildren(connection, parents.front());
+    Children children = visibleChildren(search, parents.front());
     parents.pop_front();
     for (Child& child : children.list) {
       Toplevel candidate{std::move(child.handle), std::move(child.facts), toplevel.placement};
@@ -146,14 +165,14 @@ std::optional<Toplevel> popupAt(Connection& connection, const Toplevel& toplevel
 }
 
 /// Down to the innermost element as the toolkit finds it: in one step or one level at a time.
-Handle descendByAsking(Connection& connection, const Toplevel& toplevel, Local point) {
+Handle descendByAsking(const Search& search, const Toplevel& toplevel, Local point) {
   Handle at = toplevel.handle;
   for (int depth = 0; depth < maxDescent; ++depth) {
     Message question =
-        connection.method(at.object, "org.a11y.atspi.Component", "GetAccessibleAtPoint");
+        search.connection.method(at.object, "org.a11y.atspi.Component", "GetAccessibleAtPoint");
     constexpr std::uint32_t onScreen = 0;
     sd_bus_message_append(question.get(), "iiu", point.x, point.y, onScreen);
-    auto next = readObject(connection.askNow(std::move(question), at.timeout));
+    auto next = readObject(search.ask(std::move(question), at));
     if (!next || (next->path == at.object.path && next->bus == at.object.bus)) {
       break;
     }
@@ -163,10 +182,10 @@ Handle descendByAsking(Connection& connection, const Toplevel& toplevel, Local p
 }
 
 /// Down to the innermost element by where the elements say they are.
-Handle descendByPlace(Connection& connection, const Toplevel& toplevel, Local point) {
+Handle descendByPlace(const Search& search, const Toplevel& toplevel, Local point) {
   Handle at = toplevel.handle;
   for (int depth = 0; depth < maxDescent; ++depth) {
-    Children children = visibleChildren(connection, at);
+    Children children = visibleChildren(search, at);
     const auto under =
         std::find_if(children.list.rbegin(), children.list.rend(),
                      [point](const Child& child) { return contains(*child.facts.extents, point); });
@@ -208,20 +227,21 @@ std::variant<AXElement, AXError> elementAtPosition(float x, float y,
   if (application.handle().wasSilent) {
     return AXError::cannotComplete;
   }
-  Children toplevels = visibleChildren(*connection, application.handle());
+  const Search search{*connection};
+  Children toplevels = visibleChildren(search, application.handle());
   auto toplevel = toplevelAt(toplevels, *window, x, y);
   if (!toplevel) {
     return errorOf(toplevels.outcome);
   }
   const Local point = toLocal(toplevel->placement, x, y);
   if (!window->isManaged && distance(*toplevel, *window) > popupMargin) {
-    if (auto popup = popupAt(*connection, *toplevel, *window, point)) {
+    if (auto popup = popupAt(search, *toplevel, *window, point)) {
       toplevel = std::move(popup);
     }
   }
   return AXElement(std::make_shared<Handle>(toplevel->handle.toolkit == Toolkit::gtk4
-                                                ? descendByPlace(*connection, *toplevel, point)
-                                                : descendByAsking(*connection, *toplevel, point)));
+                                                ? descendByPlace(search, *toplevel, point)
+                                                : descendByAsking(search, *toplevel, point)));
 }
 
 }  // namespace tervain::Platform
