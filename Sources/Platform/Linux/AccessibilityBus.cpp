@@ -23,15 +23,13 @@ template <class Condition>
 bool runUntil(sd_bus* bus, Clock::time_point deadline, Condition done) {
   while (!done()) {
     const int progress = sd_bus_process(bus, nullptr);
-    if (progress < 0) {
-      return false;
-    }
-    if (progress > 0) {
-      continue;
-    }
     const auto left =
         std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now()).count();
-    if (left <= 0 || sd_bus_wait(bus, static_cast<std::uint64_t>(left)) < 0) {
+    // There is progress for as long as anybody cares to send us signals.
+    if (progress < 0 || left <= 0) {
+      return done();
+    }
+    if (progress == 0 && sd_bus_wait(bus, static_cast<std::uint64_t>(left)) < 0) {
       return false;
     }
   }
@@ -117,6 +115,16 @@ Outcome outcomeOf(sd_bus_message* reply) {
 
 }  // namespace
 
+std::string Answer::text() const {
+  const std::string_view text = read<const char*>('s').value_or("");
+  std::size_t end = std::min(text.size(), maxText);
+  // Not in the middle of a character, whose bytes but the first begin with the bits 10.
+  while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80) {
+    --end;
+  }
+  return std::string(text.substr(0, end));
+}
+
 bool answers() {
   // The second attempt is for a bus that has come back while we held on to the old connection.
   for (int attempt = 0; attempt < 2; ++attempt) {
@@ -160,7 +168,8 @@ std::unique_ptr<Connection> Connection::open(const std::string& address, With pe
     return nullptr;
   }
   std::unique_ptr<Connection> connection(new Connection(made));
-  if (sd_bus_set_address(made, address.c_str()) < 0 ||
+  // Nothing sends us descriptors for a good reason, and enough of them would leave us none.
+  if (sd_bus_negotiate_fds(made, 0) < 0 || sd_bus_set_address(made, address.c_str()) < 0 ||
       sd_bus_set_bus_client(made, peer == With::bus ? 1 : 0) < 0 || sd_bus_start(made) < 0) {
     return nullptr;
   }
@@ -194,12 +203,13 @@ void Connection::ask(Message call, Handler handler) {
   queued_.push_back({std::move(call), std::move(handler), this, nullptr});
 }
 
-Answer Connection::askNow(Message call, std::chrono::milliseconds silence) {
+Answer Connection::askNow(Message call, std::chrono::milliseconds silence,
+                          Clock::time_point deadline) {
   Answer kept;
   ask(std::move(call), [&kept](const Answer& answer) {
     kept = {answer.outcome, Message(sd_bus_message_ref(answer.message.get()))};
   });
-  run(silence);
+  run(silence, deadline);
   return kept;
 }
 
@@ -231,6 +241,10 @@ Outcome Connection::work(std::chrono::milliseconds silence, Clock::time_point de
       return Outcome::answered;
     }
     lastReply = Clock::now();
+    // Handlers may go on asking for as long as an application goes on answering.
+    if (lastReply >= deadline && !(sent_.empty() && queued_.empty())) {
+      return Outcome::timedOut;
+    }
   }
 }
 

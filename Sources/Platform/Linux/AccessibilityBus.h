@@ -34,6 +34,10 @@ struct UnrefMessage {
 };
 using Message = std::unique_ptr<sd_bus_message, UnrefMessage>;
 
+/// How much of a text is taken from an answer, in bytes: more than anybody is shown of it, for an
+/// application could send a hundred megabytes.
+inline constexpr std::size_t maxText = 16'384;
+
 struct Answer {
   Outcome outcome = Outcome::noBus;
   Message message;  ///< null unless `answered`
@@ -50,14 +54,20 @@ struct Answer {
     return value;
   }
 
-  /// The same of a property, which comes wrapped in a variant.
+  /// Reads a text, or its beginning if it is longer than `maxText`. Empty if there is none.
+  [[nodiscard]] std::string text() const;
+
+  /// The same of properties, which come wrapped in a variant.
   template <class T>
   [[nodiscard]] std::optional<T> readVariant(char type) const {
+    return enterVariant(type) ? read<T>(type) : std::nullopt;
+  }
+  [[nodiscard]] std::string variantText() const { return enterVariant('s') ? text() : ""; }
+
+ private:
+  [[nodiscard]] bool enterVariant(char type) const {
     const std::string contents(1, type);
-    if (!message || sd_bus_message_enter_container(message.get(), 'v', contents.c_str()) <= 0) {
-      return std::nullopt;
-    }
-    return read<T>(type);
+    return message && sd_bus_message_enter_container(message.get(), 'v', contents.c_str()) > 0;
   }
 };
 
@@ -102,7 +112,8 @@ class Connection {
               Clock::time_point deadline = Clock::time_point::max());
 
   /// A single call.
-  Answer askNow(Message call, std::chrono::milliseconds silence);
+  Answer askNow(Message call, std::chrono::milliseconds silence,
+                Clock::time_point deadline = Clock::time_point::max());
 
  private:
   struct CloseBus {

@@ -26,6 +26,9 @@ constexpr std::chrono::seconds maxReading{10};
 /// How many elements are asked about at once. More would only wait in the application's queue.
 constexpr std::size_t maxUnderWay = 48;
 
+/// How many objects the lists of children may hold in all.
+constexpr std::size_t maxObjects = 131'072;
+
 /// With so few elements under way, most of the time is spent waiting for single answers.
 constexpr std::size_t fewUnderWay = 6;
 
@@ -34,15 +37,16 @@ constexpr std::size_t fewUnderWay = 6;
 using Path = std::vector<std::uint32_t>;
 
 struct Node {
-  enum class Progress { unread, read, hidden, failed };
+  enum class Progress { unread, read, failed };
 
   AXElement element;
   Node* parent = nullptr;
   Path path;
   Progress progress = Progress::unread;
   Facts facts;
-  std::vector<Node*> children;  ///< those that were asked about
+  std::vector<Node*> children;  ///< those that were asked about; null if they don't show
   std::size_t hiddenChildren = 0;
+  bool isListed = false;  ///< whether the walk has it from its parent
 };
 
 std::optional<AXValue> valueOf(const Facts& facts) {
@@ -117,8 +121,9 @@ struct AXReader::State {
   /// The children that show.
   static AXValue children(const Node& node) {
     AXElements list{{}, node.facts.childCount - node.hiddenChildren};
-    for (const Node* child : node.children) {
-      if (child->progress != Node::Progress::hidden) {
+    for (Node* child : node.children) {
+      if (child) {
+        child->isListed = true;
         list.first.push_back(child->element);
       }
     }
@@ -145,7 +150,7 @@ struct AXReader::State {
   }
 
   Node& add(const AXElement& element, Node* parent, Path path) {
-    auto node = std::make_unique<Node>(Node{element, parent, std::move(path), {}, {}, {}, 0});
+    auto node = std::make_unique<Node>(Node{element, parent, std::move(path), {}, {}, {}});
     return *(nodes_[&element.handle()] = std::move(node));
   }
 
@@ -224,11 +229,10 @@ struct AXReader::State {
     if (node.progress != Node::Progress::read) {
       return;
     }
+    limitChildren(node.facts);
     if (node.parent && (!node.facts.shows() || isScrolledAway(node))) {
-      node.progress = Node::Progress::hidden;
       visited_.erase(node.path);
-      ++node.parent->hiddenChildren;
-      lookAtMore(*node.parent);
+      hide(node);
     } else if (looksBelow(node)) {
       lookAtMore(node);
     }
@@ -240,6 +244,26 @@ struct AXReader::State {
     const Facts& outer = node.parent->facts;
     return node.facts.toolkit == Toolkit::qt && AXNames::clips(outer.kind.role) && outer.extents &&
            node.facts.extents && !node.facts.extents->meets(*outer.extents);
+  }
+
+  /// Every element may list as many children as an answer holds.
+  void limitChildren(Facts& facts) {
+    if (facts.children.size() > room_) {
+      facts.children.resize(room_);
+      facts.children.shrink_to_fit();
+    }
+    room_ -= facts.children.size();
+  }
+
+  /// Forgets a child, of which there may be thousands that don't show, and goes on to others.
+  void hide(const Node& child) {
+    Node& parent = *child.parent;
+    ++parent.hiddenChildren;
+    if (!child.isListed) {
+      parent.children[child.path.back()] = nullptr;
+      nodes_.erase(&child.element.handle());
+    }
+    lookAtMore(parent);
   }
 
   /// Goes on to further children until there are as many that may show as the walk looks at.
@@ -278,6 +302,7 @@ struct AXReader::State {
   std::set<Path> visited_;          // the first of those that the walk will visit
   std::map<std::string, std::optional<Placement>> placements_;
   std::size_t underWay_ = 0;
+  std::size_t room_ = maxObjects;
   int timeouts_ = 0;
   Clock::duration spent_{};
 };

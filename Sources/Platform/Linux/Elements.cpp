@@ -9,6 +9,12 @@ constexpr const char* accessible = "org.a11y.atspi.Accessible";
 constexpr const char* applicationInterface = "org.a11y.atspi.Application";
 constexpr std::string_view nullPath = "/org/a11y/atspi/null";
 
+/// How long the names of objects can be. What is longer is nothing that an honest application says.
+constexpr std::size_t maxName = 512;
+
+/// How many objects of a list are kept: an answer has room for millions.
+constexpr std::size_t maxObjects = 65'536;
+
 /// Reads one (so) structure. False at the end of the list.
 bool readReference(sd_bus_message* message, AccessibilityBus::Object& object) {
   const char* bus = nullptr;
@@ -17,6 +23,9 @@ bool readReference(sd_bus_message* message, AccessibilityBus::Object& object) {
     return false;
   }
   object = {bus, path};
+  if (object.bus.size() > maxName || object.path.size() > maxName) {
+    object = {{}, std::string(nullPath)};
+  }
   return true;
 }
 
@@ -35,14 +44,14 @@ Toolkit toolkitNamed(std::string_view name) {
 
 namespace AccessibilityBus {
 
-std::vector<Object> readObjects(const Answer& answer) {
-  std::vector<Object> objects;
+Objects readObjects(const Answer& answer) {
+  Objects objects;
   if (!answer || sd_bus_message_enter_container(answer.message.get(), 'a', "(so)") <= 0) {
     return objects;
   }
   for (Object object; readReference(answer.message.get(), object);) {
-    if (object.path != nullPath) {
-      objects.push_back(std::move(object));
+    if (object.path != nullPath && objects.count++ < maxObjects) {
+      objects.first.push_back(std::move(object));
     }
   }
   return objects;
@@ -76,7 +85,7 @@ std::optional<Object> findApplication(Connection& connection, pid_t pid,
   const auto applications = readObjects(
       connection.askNow(connection.method(registry, accessible, "GetChildren"), silence));
   std::optional<Object> found;
-  for (const Object& candidate : applications) {
+  for (const Object& candidate : applications.first) {
     askForProcess(connection, candidate,
                   [&found, &candidate, pid](std::optional<std::uint32_t> owner) {
                     if (!found && owner == static_cast<std::uint32_t>(pid)) {
@@ -111,8 +120,7 @@ std::unique_ptr<Connection> straightTo(Connection& connection, const Object& app
                                        std::chrono::milliseconds silence) {
   const auto answer = connection.askNow(
       connection.method(application, applicationInterface, "GetApplicationBusAddress"), silence);
-  const auto address = answer.read<const char*>('s');
-  return address ? Connection::toApplication(*address, silence) : nullptr;
+  return answer ? Connection::toApplication(answer.text(), silence) : nullptr;
 }
 
 }  // namespace AccessibilityBus
@@ -130,7 +138,7 @@ Platform::AXElement Platform::applicationElement(pid_t pid,
           connection->property(handle->object, applicationInterface, "ToolkitName"),
           messagingTimeout);
       handle->wasSilent = name.outcome == AccessibilityBus::Outcome::timedOut;
-      handle->toolkit = toolkitNamed(name.readVariant<const char*>('s').value_or(""));
+      handle->toolkit = toolkitNamed(name.variantText());
     }
   }
   return AXElement(std::move(handle));

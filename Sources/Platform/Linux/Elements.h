@@ -33,8 +33,12 @@ std::optional<Object> applicationOf(Connection& connection, pid_t pid,
 std::unique_ptr<Connection> straightTo(Connection& connection, const Object& application,
                                        std::chrono::milliseconds silence);
 
-/// The objects that an answer lists; null objects are left out.
-std::vector<Object> readObjects(const Answer& answer);
+/// Objects that an answer lists; null objects are left out.
+struct Objects {
+  std::vector<Object> first;  ///< so many that an application could not show more
+  std::size_t count = 0;      ///< how many there are in all
+};
+Objects readObjects(const Answer& answer);
 
 /// The object that an answer holds, unless it is the null object.
 std::optional<Object> readObject(const Answer& answer);

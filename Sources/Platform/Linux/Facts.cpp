@@ -24,8 +24,13 @@ constexpr const char* editableText = "org.a11y.atspi.EditableText";
 constexpr const char* valueInterface = "org.a11y.atspi.Value";
 constexpr const char* action = "org.a11y.atspi.Action";
 
-/// How much of a text is read: more than anybody is shown of it.
-constexpr int maxText = 4096;
+/// How many characters of a text are asked for: more than anybody is shown of it.
+constexpr int maxCharacters = 4096;
+
+/// How many actions are looked at, and how long the name of one may be. Applications that mean to
+/// be used stay far below.
+constexpr int maxActions = 256;
+constexpr std::size_t maxActionName = 128;
 
 /// The longest list of children that is fetched as a whole where an element makes its children up
 /// as they are asked for, as tables do for each of their cells.
@@ -155,16 +160,14 @@ class Reading : public std::enable_shared_from_this<Reading> {
     askForRole();
     ask(connection_.method(object_, accessible, "GetInterfaces"),
         [this](const Answer& answer) { keepInterfaces(answer); });
-    ask(connection_.property(object_, accessible, "Name"), [this](const Answer& answer) {
-      facts_.name = answer.readVariant<const char*>('s').value_or("");
-    });
+    ask(connection_.property(object_, accessible, "Name"),
+        [this](const Answer& answer) { facts_.name = answer.variantText(); });
   }
 
   void askForContents() {
     if (AXNames::needsRoleName(facts_.kind.role, facts_.toolkit)) {
-      ask(connection_.method(object_, accessible, "GetRoleName"), [this](const Answer& answer) {
-        facts_.kind.roleName = answer.read<const char*>('s').value_or("");
-      });
+      ask(connection_.method(object_, accessible, "GetRoleName"),
+          [this](const Answer& answer) { facts_.kind.roleName = answer.text(); });
     }
     if (hasText_) {
       askForText();
@@ -198,21 +201,20 @@ class Reading : public std::enable_shared_from_this<Reading> {
 
   void askForText() {
     if (facts_.toolkit != Toolkit::qt) {
-      askForText(maxText);
+      askForText(maxCharacters);
       return;
     }
     // Qt's editors give nothing when asked for more than they have.
     ask(connection_.property(object_, textInterface, "CharacterCount"),
         [this](const Answer& answer) {
-          askForText(std::min(answer.readVariant<std::int32_t>('i').value_or(0), maxText));
+          askForText(std::min(answer.readVariant<std::int32_t>('i').value_or(0), maxCharacters));
         });
   }
 
   void askForText(int characters) {
     Message question = connection_.method(object_, textInterface, "GetText");
     sd_bus_message_append(question.get(), "ii", 0, characters);
-    ask(std::move(question),
-        [this](const Answer& answer) { facts_.text = answer.read<const char*>('s').value_or(""); });
+    ask(std::move(question), [this](const Answer& answer) { facts_.text = answer.text(); });
   }
 
   void keepActions(const Answer& answer) {
@@ -221,8 +223,12 @@ class Reading : public std::enable_shared_from_this<Reading> {
     const char* name = nullptr;
     const char* description = nullptr;
     const char* key = nullptr;
-    for (int i = 0; sd_bus_message_read(message, "(sss)", &name, &description, &key) > 0; ++i) {
-      facts_.actions.push_back({i, name});
+    for (int i = 0;
+         i < maxActions && sd_bus_message_read(message, "(sss)", &name, &description, &key) > 0;
+         ++i) {
+      if (std::string_view(name).size() <= maxActionName) {
+        facts_.actions.push_back({i, name});
+      }
     }
   }
 
@@ -237,8 +243,9 @@ class Reading : public std::enable_shared_from_this<Reading> {
 
   void askForAllChildren() {
     ask(connection_.method(object_, accessible, "GetChildren"), [this](const Answer& answer) {
-      facts_.children = readObjects(answer);
-      facts_.childCount = facts_.children.size();
+      auto objects = readObjects(answer);
+      facts_.children = std::move(objects.first);
+      facts_.childCount = objects.count;
       facts_.kind.hasChildren = facts_.childCount > 0;
     });
   }
@@ -405,12 +412,12 @@ void readFacts(Connection& connection, const Platform::AXElement::Handle& elemen
 }
 
 FactsNow readFactsNow(Connection& connection, const Platform::AXElement::Handle& element,
-                      const FactsWanted& wanted) {
+                      const FactsWanted& wanted, AccessibilityBus::Clock::time_point deadline) {
   FactsNow result;
   readFacts(connection, element, wanted, [&result](Outcome outcome, Facts facts) {
     result = {outcome, std::move(facts)};
   });
-  connection.run(element.timeout);
+  connection.run(element.timeout, deadline);
   return result;
 }
 

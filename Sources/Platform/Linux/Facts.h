@@ -84,7 +84,9 @@ struct FactsNow {
   AccessibilityBus::Outcome outcome = AccessibilityBus::Outcome::noBus;
   Facts facts;
 };
-FactsNow readFactsNow(AccessibilityBus::Connection& connection,
-                      const Platform::AXElement::Handle& element, const FactsWanted& wanted = {});
+FactsNow readFactsNow(
+    AccessibilityBus::Connection& connection, const Platform::AXElement::Handle& element,
+    const FactsWanted& wanted = {},
+    AccessibilityBus::Clock::time_point deadline = AccessibilityBus::Clock::time_point::max());
 
 }  // namespace tervain

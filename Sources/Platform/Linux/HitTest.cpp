@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <deque>
 #include <limits>
@@ -28,6 +29,25 @@ constexpr int maxSearched = 300;
 constexpr std::size_t maxListed = 256;
 constexpr int maxOfMany = 64;
 
+/// How many of the children that an element lists are looked at: the topmost, which come last.
+constexpr std::size_t maxChildren = 1024;
+
+/// How long all of a search may take, however many answers it gets just in time.
+constexpr std::chrono::seconds maxSearching{10};
+
+/// A search under way, and when it must end.
+struct Search {
+  Connection& connection;
+  AccessibilityBus::Clock::time_point deadline = AccessibilityBus::Clock::now() + maxSearching;
+
+  [[nodiscard]] Answer ask(Message question, const Handle& element) const {
+    return connection.askNow(std::move(question), element.timeout, deadline);
+  }
+  [[nodiscard]] Outcome run(const Handle& element) const {
+    return connection.run(element.timeout, deadline);
+  }
+};
+
 /// By how many pixels in all an element may differ from the X window that shows it: borders do.
 constexpr double popupMargin = 48;
 
@@ -43,14 +63,18 @@ struct Items {
   std::vector<Item> list;
 };
 
-std::vector<Object> listChildren(Connection& connection, const Item& parent, Outcome& outcome) {
+std::vector<Object> listChildren(const Search& search, const Item& parent, Outcome& outcome) {
+  Connection& connection = search.connection;
   const Object& object = parent.handle.object;
-  const auto timeout = parent.handle.timeout;
   if (parent.facts.childCount <= maxListed) {
-    const auto answer = connection.askNow(
-        connection.method(object, "org.a11y.atspi.Accessible", "GetChildren"), timeout);
+    const auto answer = search.ask(
+        connection.method(object, "org.a11y.atspi.Accessible", "GetChildren"), parent.handle);
     outcome = answer.outcome;
-    return readObjects(answer);
+    auto objects = readObjects(answer).first;
+    if (objects.size() > maxChildren) {
+      objects.erase(objects.begin(), objects.end() - maxChildren);
+    }
+    return objects;
   }
   std::vector<Object> first;
   for (int i = 0; i < maxOfMany; ++i) {
@@ -62,14 +86,14 @@ std::vector<Object> listChildren(Connection& connection, const Item& parent, Out
       }
     });
   }
-  outcome = connection.run(timeout);
+  outcome = search.run(parent.handle);
   return first;
 }
 
 /// The children of an element that show, the topmost last.
-Items visibleChildren(Connection& connection, const Item& parent) {
+Items visibleChildren(const Search& search, const Item& parent) {
   Items children;
-  for (Object& object : listChildren(connection, parent, children.outcome)) {
+  for (Object& object : listChildren(search, parent, children.outcome)) {
     Handle handle = parent.handle;
     handle.object = std::move(object);
     if (handle.window.empty()) {
@@ -81,13 +105,13 @@ Items visibleChildren(Connection& connection, const Item& parent) {
   wanted.parentRole = parent.facts.kind.role;
   wanted.placeOnly = true;
   for (Item& child : children.list) {
-    readFacts(connection, child.handle, wanted, [&child](Outcome outcome, Facts facts) {
+    readFacts(search.connection, child.handle, wanted, [&child](Outcome outcome, Facts facts) {
       if (outcome == Outcome::answered) {
         child.facts = std::move(facts);
       }
     });
   }
-  if (connection.run(parent.handle.timeout) == Outcome::timedOut) {
+  if (search.run(parent.handle) == Outcome::timedOut) {
     children.outcome = Outcome::timedOut;
   }
   std::erase_if(children.list, [](const Item& child) { return !child.facts.shows(); });
@@ -115,7 +139,8 @@ bool lies(const Facts& facts, Local point) {
     return false;
   }
   const Extents& e = *facts.extents;
-  return point.x >= e.x && point.y >= e.y && point.x < e.x + e.width && point.y < e.y + e.height;
+  return point.x >= e.x && point.y >= e.y && point.x < std::int64_t{e.x} + e.width &&
+         point.y < std::int64_t{e.y} + e.height;
 }
 
 /// How far an element is from being what an X window shows.
@@ -164,11 +189,11 @@ bool isPopup(const Facts& facts, const Placement& placement, const X11::Window& 
 
 /// Menus and lists that have popped up are windows to the X server, but in the tree they are far
 /// down in the window they belong to.
-std::optional<Item> popupAt(Connection& connection, const Toplevel& toplevel,
+std::optional<Item> popupAt(const Search& search, const Toplevel& toplevel,
                             const X11::Window& window, Local point) {
   std::deque<Item> parents{toplevel.item};
   for (int looked = 0; looked < maxSearched && !parents.empty(); ++looked) {
-    Items children = visibleChildren(connection, parents.front());
+    Items children = visibleChildren(search, parents.front());
     parents.pop_front();
     for (Item& child : children.list) {
       if (isPopup(child.facts, toplevel.placement, window, point)) {
@@ -184,12 +209,12 @@ std::optional<Item> popupAt(Connection& connection, const Toplevel& toplevel,
 
 /// The element below another that its toolkit finds at a point. Toolkits err: what does not show
 /// there doesn't count.
-std::optional<Item> askWhatIsAt(Connection& connection, const Item& above, Local point) {
-  Message question =
-      connection.method(above.handle.object, "org.a11y.atspi.Component", "GetAccessibleAtPoint");
+std::optional<Item> askWhatIsAt(const Search& search, const Item& above, Local point) {
+  Message question = search.connection.method(above.handle.object, "org.a11y.atspi.Component",
+                                              "GetAccessibleAtPoint");
   constexpr std::uint32_t onScreen = 0;
   sd_bus_message_append(question.get(), "iiu", point.x, point.y, onScreen);
-  auto object = readObject(connection.askNow(std::move(question), above.handle.timeout));
+  auto object = readObject(search.ask(std::move(question), above.handle));
   if (!object ||
       (object->path == above.handle.object.path && object->bus == above.handle.object.bus)) {
     return std::nullopt;
@@ -199,7 +224,7 @@ std::optional<Item> askWhatIsAt(Connection& connection, const Item& above, Local
   FactsWanted wanted;
   wanted.parentRole = 0;
   wanted.placeOnly = true;
-  FactsNow now = readFactsNow(connection, item.handle, wanted);
+  FactsNow now = readFactsNow(search.connection, item.handle, wanted, search.deadline);
   if (now.outcome != Outcome::answered || !now.facts.shows() || !lies(now.facts, point)) {
     return std::nullopt;
   }
@@ -208,8 +233,9 @@ std::optional<Item> askWhatIsAt(Connection& connection, const Item& above, Local
 }
 
 /// The topmost child at a point by where the children say they are.
-std::optional<Item> childAt(Connection& connection, const Item& parent, Local point) {
-  Items children = visibleChildren(connection, parent);
+std::optional<Item> childAt(const Search& search, const Item& parent, Local point,
+                            bool isPage = false) {
+  Items children = visibleChildren(search, parent);
   const auto under = std::find_if(children.list.rbegin(), children.list.rend(),
                                   [point](const Item& child) { return lies(child.facts, point); });
   if (under != children.list.rend()) {
@@ -217,8 +243,8 @@ std::optional<Item> childAt(Connection& connection, const Item& parent, Local po
   }
   // A page lies beside its tab, although it is the tab's child.
   for (const Item& child : children.list) {
-    if (child.facts.kind.role == AXNames::pageTab && child.facts.kind.hasChildren) {
-      if (auto page = childAt(connection, child, point)) {
+    if (!isPage && child.facts.kind.role == AXNames::pageTab && child.facts.kind.hasChildren) {
+      if (auto page = childAt(search, child, point, /*isPage=*/true)) {
         return page;
       }
     }
@@ -234,11 +260,11 @@ bool isWorthAsking(const Item& item) {
 }
 
 /// Down to the innermost element at a point.
-Handle descend(Connection& connection, Item at, Local point) {
+Handle descend(const Search& search, Item at, Local point) {
   for (int depth = 0; depth < maxDescent; ++depth) {
-    auto next = isWorthAsking(at) ? askWhatIsAt(connection, at, point) : std::nullopt;
+    auto next = isWorthAsking(at) ? askWhatIsAt(search, at, point) : std::nullopt;
     if (!next) {
-      next = childAt(connection, at, point);
+      next = childAt(search, at, point);
     }
     if (!next) {
       break;
@@ -278,7 +304,8 @@ std::variant<AXElement, AXError> elementAtPosition(float x, float y,
   if (application.handle().wasSilent) {
     return AXError::cannotComplete;
   }
-  Items toplevels = visibleChildren(*connection, {application.handle(), {}});
+  const Search search{*connection};
+  Items toplevels = visibleChildren(search, {application.handle(), {}});
   auto toplevel = toplevelAt(toplevels, *window, x, y);
   if (!toplevel) {
     return errorOf(toplevels.outcome);
@@ -286,14 +313,13 @@ std::variant<AXElement, AXError> elementAtPosition(float x, float y,
   const Local point = toLocal(toplevel->placement, x, y);
   const double off = distance(toplevel->item.facts, toplevel->placement, *window);
   if (!window->isManaged && off > popupMargin) {
-    auto popup = popupAt(*connection, *toplevel, *window, point);
+    auto popup = popupAt(search, *toplevel, *window, point);
     if (!popup) {
       return AXError::noValue;  // such as Qt's context menus, which are in no tree
     }
     toplevel->item = std::move(*popup);
   }
-  return AXElement(
-      std::make_shared<Handle>(descend(*connection, std::move(toplevel->item), point)));
+  return AXElement(std::make_shared<Handle>(descend(search, std::move(toplevel->item), point)));
 }
 
 }  // namespace tervain::Platform

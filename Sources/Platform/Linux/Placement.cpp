@@ -1,7 +1,6 @@
 #include "Platform/Linux/Placement.h"
 
 #include <cmath>
-#include <cstdlib>
 
 namespace tervain {
 namespace {
@@ -22,10 +21,10 @@ double scaleOf(const Extents& extents, const X11::Window& window) {
   return std::max(1.0, std::round(ratio / step) * step);
 }
 
-int mismatch(const Extents& extents, const X11::Window& window) {
+double mismatch(const Extents& extents, const X11::Window& window) {
   const double scale = scaleOf(extents, window);
-  return std::abs(visibleWidth(window) - static_cast<int>(extents.width * scale)) +
-         std::abs(window.place.height - static_cast<int>(extents.height * scale));
+  return std::abs(visibleWidth(window) - extents.width * scale) +
+         std::abs(window.place.height - extents.height * scale);
 }
 
 }  // namespace

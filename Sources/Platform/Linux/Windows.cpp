@@ -97,7 +97,9 @@ std::optional<Window> describe(Session& x11, const Questions& asked, pid_t pid) 
                 attributes->override_redirect == 0,
                 text(title),
                 std::nullopt};
-  if (shadow.size() == 4) {
+  // The application chose the numbers.
+  const auto isWidth = [](std::uint32_t width) { return width <= UINT16_MAX; };
+  if (shadow.size() == 4 && std::all_of(shadow.begin(), shadow.end(), isWidth)) {
     window.shadow = {static_cast<int>(shadow[0]), static_cast<int>(shadow[1]),
                      static_cast<int>(shadow[2]), static_cast<int>(shadow[3])};
   }

@@ -30,7 +30,8 @@ struct Window {
   Rectangle place;        ///< on the screen
   bool isManaged = true;  ///< by the window manager; menus are not
   std::string title;
-  /// The shadow around what the application draws as its window: left, right, top, bottom.
+  /// The shadow around what the application draws as its window: left, right, top, bottom, each
+  /// of 16 bits as the sizes of windows are.
   struct Shadow {
     int left;
     int right;

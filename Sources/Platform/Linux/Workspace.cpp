@@ -20,8 +20,8 @@ std::optional<std::string> accessibleName(pid_t pid) {
   }
   const auto answer = connection->askNow(
       connection->property(*root, "org.a11y.atspi.Accessible", "Name"), nameLimit);
-  const auto name = answer.readVariant<const char*>('s');
-  return name && **name ? std::optional<std::string>(*name) : std::nullopt;
+  std::string name = answer.variantText();
+  return name.empty() ? std::nullopt : std::optional(std::move(name));
 }
 
 /// The name of a process's program. Nothing once it has ended, even while nobody has reaped it.

@@ -1,0 +1,56 @@
+// Base64 both ways: any bytes come back, the fast way says what the plain way says, and a text is
+// taken exactly when it is the one text of some bytes.
+#include <algorithm>
+
+#include "Fuzz/Fuzz.h"
+#include "VMAgentCore/Base64.h"
+
+using namespace tervain;
+
+namespace {
+
+std::string encoded(std::string_view bytes) {
+  std::string text;
+  appendBase64(text, bytes);
+  text.erase(std::remove(text.begin(), text.end(), '\\'), text.end());
+  return text;
+}
+
+/// Encodes so few bytes at a time that no processor has a fast way for them.
+std::string plainlyEncoded(std::string_view bytes) {
+  constexpr std::size_t few = 12;
+  std::string text;
+  for (; !bytes.empty(); bytes.remove_prefix(std::min(few, bytes.size()))) {
+    text += encoded(bytes.substr(0, few));
+  }
+  return text;
+}
+
+/// Whether it is made of base64 digits with padding where it may be. `encoded` tells the rest.
+bool looksValid(std::string_view text) {
+  const std::size_t end = text.find_last_not_of('=') + 1;
+  const auto isDigit = [](char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' ||
+           c == '/';
+  };
+  return text.size() % 4 == 0 && text.size() - end <= 2 &&
+         std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), isDigit);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view input = fuzz::textOf(data, size);
+  const std::string text = encoded(input);
+  fuzz::require(text.size() == (size + 2) / 3 * 4, "a text of the wrong length");
+  fuzz::require(text == plainlyEncoded(input), "the fast way differs from the plain one");
+  fuzz::require(decodeBase64(text) == input, "not the same bytes after encoding and decoding");
+  const auto bytes = decodeBase64(input);
+  fuzz::require(!bytes || encoded(*bytes) == input, "a text was taken that is not valid");
+  // Stray bits in the last digit are all that is wrong with those that only look valid.
+  if (!bytes && looksValid(input)) {
+    const auto prefix = decodeBase64(input.substr(0, size - 4));
+    fuzz::require(prefix && input.ends_with('='), "a valid text was refused");
+  }
+  return 0;
+}

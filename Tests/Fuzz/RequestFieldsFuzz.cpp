@@ -1,0 +1,108 @@
+// What the members of a request count as. The same number must be the same to every reader, a fatal
+// error exactly where there is no integer for it; and what was read can be written again.
+#include <cmath>
+#include <cstring>
+
+#include "Fuzz/Fuzz.h"
+#include "VMAgentCore/Json.h"
+#include "VMAgentCore/Rounding.h"
+#include "VMAgentCore/Unicode.h"
+
+using namespace tervain;
+
+namespace {
+
+bool isFatal(const Json& request, const std::string& key) {
+  try {
+    intField(request, key);
+    return false;
+  } catch (const fuzz::FatalError&) {
+    return true;
+  }
+}
+
+void readNumber(const Json& request, const std::string& key, double number) {
+  const auto exact = integerMember(request, key);
+  const bool fits = number >= -0x1p63 && number < 0x1p63;
+  fuzz::require(isFatal(request, key) == (!fits && !exact), "fatal or not");
+  if (!fits && !exact) {
+    return;
+  }
+  const auto cut = intField(request, key);
+  fuzz::require(cut.has_value() && (!exact || exact == cut), "two integers for a number");
+  fuzz::require(
+      std::abs(static_cast<double>(*cut) - std::trunc(number)) <= std::abs(number) * 1e-15,
+      "an integer that is not the number without its fraction");
+  fuzz::require(truthy(request, key) == (number != 0), "truthy or not");
+}
+
+void appendUtf8(std::string& text, char32_t point) {
+  if (point < 0x80) {
+    text += static_cast<char>(point);
+    return;
+  }
+  const int more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+  text += static_cast<char>((0xFF00 >> (more + 1)) | (point >> (6 * more)));
+  for (int left = more - 1; left >= 0; --left) {
+    text += static_cast<char>(0x80U | ((point >> (6 * left)) & 0x3FU));
+  }
+}
+
+void readString(const Json& request, const std::string& key, const std::string& value) {
+  const std::string* text = stringMember(request, key);
+  fuzz::require(text && *text == value, "another string");
+  fuzz::require(!intField(request, key) && !truthy(request, key), "a string that is a number");
+  std::string back;
+  const std::u16string units = utf16(value);
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    const bool pair = isHighSurrogate(units[i]);
+    fuzz::require(!pair || (i + 1 < units.size() && isLowSurrogate(units[i + 1])), "half a pair");
+    appendUtf8(back, pair ? codePoint(units[i], units[i + 1]) : units[i]);
+    i += pair ? 1 : 0;
+  }
+  fuzz::require(back == value, "another text in UTF-16");
+}
+
+void readMembers(const Json& request) {
+  for (const auto& [key, value] : request.items()) {
+    if (value.is_number()) {
+      readNumber(request, key, value.get<double>());
+    } else if (value.is_string()) {
+      readString(request, key, value.get_ref<const std::string&>());
+    } else if (value.is_boolean()) {
+      fuzz::require(integerMember(request, key) == (value.get<bool>() ? 1 : 0),
+                    "a boolean's number");
+    } else {
+      fuzz::require(!intField(request, key) && !stringMember(request, key), "a value of no use");
+    }
+  }
+}
+
+void roundNumber(double number) {
+  try {
+    const double rounded = static_cast<double>(roundedToInteger(number));
+    fuzz::require(std::abs(rounded - number) <= 0.5, "rounded too far");
+  } catch (const fuzz::FatalError&) {
+    fuzz::require(!(number >= -0x1p63 && number < 0x1p63), "a fatal number that fits");
+  }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == sizeof(double)) {
+    double number = 0;
+    std::memcpy(&number, data, size);
+    roundNumber(number);
+  }
+  const auto request = parseObject(fuzz::textOf(data, size));
+  if (!request) {
+    return 0;
+  }
+  readMembers(*request);
+  const auto text = serialize(*request);
+  fuzz::require(text.has_value(), "what was read can't be written");
+  fuzz::require(text->find('\n') == std::string::npos, "a line feed in a line");
+  fuzz::require(parseObject(*text) == *request, "another object after writing and reading");
+  return 0;
+}
