@@ -8,10 +8,13 @@
 
 namespace {
 
+/// Frees a part of a value. It is missing from a value that got its type and then no memory.
 template <class T>
 void release(T* held) {
-  std::destroy_at(held);
-  std::allocator<T>().deallocate(held, 1);
+  if (held) {
+    std::destroy_at(held);
+    std::allocator<T>().deallocate(held, 1);
+  }
 }
 
 }  // namespace
