@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <exception>
+#include <new>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -31,7 +32,7 @@ int listenOn(std::uint32_t port) {
 }
 
 void retryLater(int error) {
-  agentLog("accept failed (errno " + std::to_string(error) + "); retrying");
+  agentLog("accept failed (errno ", Decimal(error), "); retrying");
   std::this_thread::sleep_for(retryPause);
 }
 
@@ -44,14 +45,14 @@ void serve(UniqueFD socket) {
   }
 }
 
-void start(UniqueFD socket) {
-  const int fd = socket.get();
-  try {
-    std::thread(serve, std::move(socket)).detach();
-  } catch (const std::system_error& error) {
-    logDisconnected(fd);
-    retryLater(error.code().value());
-  }
+/// Gives a connection a thread. Returns why that can't be done, or 0.
+int start(UniqueFD socket) try {
+  std::thread(serve, std::move(socket)).detach();
+  return 0;
+} catch (const std::system_error& error) {
+  return error.code().value();
+} catch (const std::bad_alloc&) {
+  return ENOMEM;
 }
 
 }  // namespace
@@ -63,12 +64,18 @@ AgentListener::AgentListener(UniqueFD socket) : fd_(std::move(socket)) {}
 void AgentListener::run() {
   for (;;) {
     UniqueFD connection(accept(fd_.get(), nullptr, nullptr));
-    if (connection) {
-      fcntl(connection.get(), F_SETFD, FD_CLOEXEC);
-      logConnected(connection.get());
-      start(std::move(connection));
-    } else if (errno != EINTR) {
-      retryLater(errno);
+    if (!connection) {
+      if (errno != EINTR) {
+        retryLater(errno);
+      }
+      continue;
+    }
+    const int fd = connection.get();
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+    logConnected(fd);
+    if (const int error = start(std::move(connection)); error != 0) {
+      logDisconnected(fd);
+      retryLater(error);
     }
   }
 }

@@ -53,11 +53,11 @@ const ConnectionHandler::Operation ConnectionHandler::operations[] = {
 };
 
 void logConnected(int fd) {
-  agentLog("host connected (fd " + std::to_string(fd) + ")");
+  agentLog("host connected (fd ", Decimal(fd), ")");
 }
 
 void logDisconnected(int fd) {
-  agentLog("host disconnected (fd " + std::to_string(fd) + ")");
+  agentLog("host disconnected (fd ", Decimal(fd), ")");
 }
 
 ConnectionHandler::~ConnectionHandler() {

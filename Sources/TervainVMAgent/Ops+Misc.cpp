@@ -109,8 +109,8 @@ Reply ConnectionHandler::opPing() {
     displays.push_back(describeDisplay(display));
   }
   // Member by member: an initializer list would first make an array of each pair.
-  Json reply;
-  Json& readiness = reply["readiness"];
+  Json reply = Json::object();
+  Json& readiness = reply["readiness"] = Json::object();
   readiness["accessibility"] = Platform::accessibilityGranted();
   readiness["screenRecording"] = Platform::screenRecordingGranted();
   readiness["postEvent"] = Platform::postEventGranted();

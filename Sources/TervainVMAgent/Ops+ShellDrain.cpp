@@ -1,3 +1,5 @@
+#include <sys/socket.h>
+
 #include <filesystem>
 
 #include "TervainVMAgent/ConnectionHandler.h"
@@ -27,10 +29,14 @@ void ConnectionHandler::runShellEvents(const std::optional<Json>& request) {
   const auto maxBytes = integerMember(options, wire::maxBytesKey);
   auto result = ShellSpool::drain(dir ? *dir : ShellSpool::defaultDir(),
                                   maxBytes.value_or(ShellSpool::defaultCap));
-  // Only what has reached the host may go.
-  if (!writeAll(fd_.get(), reply(result).line()) || !truthy(options, wire::truncateKey)) {
+  if (!writeAll(fd_.get(), reply(result).line())) {
+    shutdown(fd_.get(), SHUT_RDWR);  // so that the request loop ends: nobody is left to answer
     return;
   }
+  if (!truthy(options, wire::truncateKey)) {
+    return;
+  }
+  // Only now, when all of it has been given to the host.
   for (const std::string& path : result.drainedPaths) {
     std::error_code ignored;
     std::filesystem::remove(path, ignored);

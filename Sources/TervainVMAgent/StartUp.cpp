@@ -3,6 +3,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,13 +26,11 @@ const char* text(bool value) {
 }
 
 void logReadiness() {
-  std::string line = "readiness: accessibility=";
-  line += text(Platform::accessibilityGranted());
-  line += " screenRecording=";
-  line += text(Platform::screenRecordingGranted());
-  line += " postEvent=";
-  line += text(Platform::postEventGranted());
-  agentLog(line);
+  const char* const accessibility = text(Platform::accessibilityGranted());
+  const char* const screenRecording = text(Platform::screenRecordingGranted());
+  const char* const postEvent = text(Platform::postEventGranted());
+  agentLog("readiness: accessibility=", accessibility, " screenRecording=", screenRecording,
+           " postEvent=", postEvent);
 }
 
 /// The process's one listener, on the handed-over socket or else on the port.
@@ -66,15 +65,18 @@ int runAgent() {
   // A parent may have left it ignored, and then the ends of our commands would be lost.
   std::signal(SIGCHLD, SIG_DFL);
   const std::uint32_t port = choosePort(std::getenv("TERVAIN_AGENT_PORT"));
-  agentLog("TervainVMAgent protocol v" + std::to_string(AgentWire::version) +
-           " starting on vsock port " + std::to_string(port));
-  logReadiness();
+  agentLog("TervainVMAgent protocol v", Decimal(AgentWire::version), " starting on vsock port ",
+           Decimal(port));
   try {
+    logReadiness();
     AgentListener& listener = openListener(port);
     std::thread([&listener] { listener.run(); }).detach();
   } catch (const AgentError& error) {
-    agentLog(std::string("FATAL: ") + error.what() +
+    agentLog("FATAL: ", error.what(),
              " — is this running inside a macOS guest VM? (AF_VSOCK fails ENODEV on a host)");
+    return EXIT_FAILURE;
+  } catch (const std::exception& error) {  // no thread, or no memory
+    agentLog("FATAL: ", error.what());
     return EXIT_FAILURE;
   }
   Platform::runMainLoop();

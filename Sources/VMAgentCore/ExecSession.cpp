@@ -130,7 +130,7 @@ class Pump {
  public:
   Pump(int host, LineSplitBuffer& lines, GroupLeader& child, Streams streams, milliseconds grace)
       : host_(host), lines_(lines), child_(child), streams_(std::move(streams)), grace_(grace) {
-    fcntl(streams_.in.get(), F_SETFL, fcntl(streams_.in.get(), F_GETFL) | O_NONBLOCK);
+    makeInputNonBlocking();
     System::suppressSigpipe(streams_.in.get());
   }
 
@@ -149,6 +149,15 @@ class Pump {
 
  private:
   enum class State { running, finished, hostGone };
+
+  /// Or closes it: a command that does not read must not hold the session.
+  void makeInputNonBlocking() {
+    const int fd = streams_.in.get();
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) {
+      streams_.in.reset();
+    }
+  }
 
   State round() {
     child_.poll();

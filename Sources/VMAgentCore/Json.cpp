@@ -1,9 +1,39 @@
 #include "VMAgentCore/Json.h"
 
 #include <cmath>
+#include <memory>
 
 #include "VMAgentCore/FatalError.h"
 #include "VMAgentCore/Rounding.h"
+
+namespace {
+
+/// Frees a part of a value. It is missing from a value that got its type and then no memory.
+template <class T>
+void release(T* held) {
+  if (held) {
+    std::destroy_at(held);
+    std::allocator<T>().deallocate(held, 1);
+  }
+}
+
+}  // namespace
+
+template <>
+void tervain::Json::json_value::destroy(value_t type) {
+  switch (type) {
+    case value_t::object:
+      return release(object);
+    case value_t::array:
+      return release(array);
+    case value_t::string:
+      return release(string);
+    case value_t::binary:
+      return release(binary);
+    default:
+      return;  // nothing but itself
+  }
+}
 
 namespace tervain {
 namespace {

@@ -11,6 +11,16 @@ namespace tervain {
 
 using Json = nlohmann::json;
 
+}  // namespace tervain
+
+/// Frees what a value holds. The library's own way takes memory for it, to be fit for values of any
+/// depth, and there is no surviving a destructor that gets none. This one needs none; it takes the
+/// stack of as many calls as the value is deep, and our values are bounded in that.
+template <>
+void tervain::Json::json_value::destroy(value_t type);
+
+namespace tervain {
+
 /// How deep arrays and objects may stand in each other in what the agent reads. It bounds memory
 /// and stack whatever a peer sends; platform JSON readers draw the line at the same place.
 inline constexpr int maxJsonDepth = 512;

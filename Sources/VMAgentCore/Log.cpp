@@ -2,17 +2,22 @@
 
 #include <unistd.h>
 
-#include <string>
-
 #include "VMAgentCore/IO.h"
 
 namespace tervain {
 
-void agentLog(std::string_view message) {
-  std::string line = "[TervainVMAgent] ";
-  line += message;
-  line += '\n';
-  writeAll(STDERR_FILENO, line);
+void writeLogLine(std::span<const std::string_view> parts) {
+  char line[maxLogLine];  // NOLINT(*-member-init): written before it is read
+  std::size_t length = 0;
+  const auto add = [&](std::string_view text) {
+    length += text.copy(line + length, maxLogLine - 1 - length);
+  };
+  add("[TervainVMAgent] ");
+  for (const std::string_view part : parts) {
+    add(part);
+  }
+  line[length++] = '\n';
+  writeAll(STDERR_FILENO, {line, length});
 }
 
 }  // namespace tervain

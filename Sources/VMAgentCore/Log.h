@@ -1,11 +1,43 @@
 #pragma once
 
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+#include <span>
 #include <string_view>
 
 namespace tervain {
 
-/// Writes "[TervainVMAgent] ", the message and a line feed to standard error, as a single write so
-/// that lines of different threads never mix.
-void agentLog(std::string_view message);
+/// An integer as a part of a log line.
+class Decimal {
+ public:
+  explicit Decimal(std::int64_t value)
+      : length_(static_cast<std::size_t>(
+            std::to_chars(std::begin(digits_), std::end(digits_), value).ptr - digits_)) {}
+
+  // NOLINTNEXTLINE(google-explicit-constructor): it stands where a text would
+  operator std::string_view() const { return {digits_, length_}; }
+
+ private:
+  char digits_[std::numeric_limits<std::int64_t>::digits10 + 2]{};  // and a sign
+  std::size_t length_;
+};
+
+/// How long a log line gets, in bytes: what a pipe takes as one piece on every system. The rest of
+/// a longer one is dropped.
+inline constexpr std::size_t maxLogLine = 512;
+
+/// Writes "[TervainVMAgent] ", the parts and a line feed to standard error, as a single write so
+/// that lines of different threads never mix. Takes no memory: it has to work when there is none.
+void writeLogLine(std::span<const std::string_view> parts);
+
+/// The same for parts that are texts or `Decimal`s.
+template <class... Parts>
+void agentLog(const Parts&... parts) {
+  const std::string_view views[] = {parts...};
+  writeLogLine(views);
+}
 
 }  // namespace tervain

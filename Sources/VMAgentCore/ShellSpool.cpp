@@ -1,10 +1,13 @@
 #include "VMAgentCore/ShellSpool.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
+#include <memory>
 #include <optional>
 
 #include "VMAgentCore/Environment.h"
@@ -16,14 +19,20 @@ namespace fs = std::filesystem;
 namespace tervain::ShellSpool {
 namespace {
 
+/// Nothing when the folder can't be read to its end. (The library's iterator over folders ends the
+/// process when it gets no memory.)
 std::vector<std::string> sortedNames(const std::string& dir) {
   std::vector<std::string> names;
-  std::error_code failed;
-  for (fs::directory_iterator entry(dir, failed), end; !failed && entry != end;
-       entry.increment(failed)) {
-    names.push_back(entry->path().filename().string());
+  const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(dir.c_str()), closedir);
+  if (!folder) {
+    return names;
   }
-  if (failed) {
+  errno = 0;
+  while (const dirent* const entry = readdir(folder.get())) {
+    names.emplace_back(entry->d_name);
+    errno = 0;
+  }
+  if (errno != 0) {
     return {};
   }
   std::sort(names.begin(), names.end());

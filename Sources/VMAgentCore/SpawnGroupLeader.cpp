@@ -11,9 +11,17 @@
 namespace tervain {
 namespace {
 
+/// Throws when one of the calls that prepare a spawn has failed, as each may for want of memory:
+/// the child must not start with other streams than its own.
+void require(int error) {
+  if (error != 0) {
+    throw AgentError::posix("posix_spawn", error);
+  }
+}
+
 class SpawnAttributes {
  public:
-  SpawnAttributes() { posix_spawnattr_init(&value); }
+  SpawnAttributes() { require(posix_spawnattr_init(&value)); }
   ~SpawnAttributes() { posix_spawnattr_destroy(&value); }
   SpawnAttributes(const SpawnAttributes&) = delete;
   SpawnAttributes& operator=(const SpawnAttributes&) = delete;
@@ -23,7 +31,7 @@ class SpawnAttributes {
 
 class FileActions {
  public:
-  FileActions() { posix_spawn_file_actions_init(&value); }
+  FileActions() { require(posix_spawn_file_actions_init(&value)); }
   ~FileActions() { posix_spawn_file_actions_destroy(&value); }
   FileActions(const FileActions&) = delete;
   FileActions& operator=(const FileActions&) = delete;
@@ -55,19 +63,17 @@ pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> arg
   }
 
   FileActions actions;
-  posix_spawn_file_actions_adddup2(&actions.value, stdinFD, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions.value, stdoutFD, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions.value, stderrFD, STDERR_FILENO);
+  require(posix_spawn_file_actions_adddup2(&actions.value, stdinFD, STDIN_FILENO));
+  require(posix_spawn_file_actions_adddup2(&actions.value, stdoutFD, STDOUT_FILENO));
+  require(posix_spawn_file_actions_adddup2(&actions.value, stderrFD, STDERR_FILENO));
   SpawnAttributes attributes;
-  posix_spawnattr_setpgroup(&attributes.value, 0);
-  System::inheritOnlyStandardStreams(attributes.value, POSIX_SPAWN_SETPGROUP, actions.value);
+  require(posix_spawnattr_setpgroup(&attributes.value, 0));
+  require(
+      System::inheritOnlyStandardStreams(attributes.value, POSIX_SPAWN_SETPGROUP, actions.value));
 
   pid_t pid = -1;
-  const int result = posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value,
-                                 pointers(argv).data(), pointers(envp).data());
-  if (result != 0) {
-    throw AgentError::posix("posix_spawn", result);
-  }
+  require(posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value, pointers(argv).data(),
+                      pointers(envp).data()));
   return pid;
 }
 

@@ -18,9 +18,10 @@ struct Pipe {
 Pipe makePipe();
 
 /// Completes the attributes and file actions of a spawn, after the actions that map 0, 1 and 2, so
-/// that the child gets no other descriptor, whatever else other threads open meanwhile.
-void inheritOnlyStandardStreams(posix_spawnattr_t& attributes, short flags,
-                                posix_spawn_file_actions_t& actions);
+/// that the child gets no other descriptor, whatever else other threads open meanwhile. Returns an
+/// errno value, 0 for success.
+[[nodiscard]] int inheritOnlyStandardStreams(posix_spawnattr_t& attributes, short flags,
+                                             posix_spawn_file_actions_t& actions);
 
 /// A descriptor that becomes readable when a child of this process ends. It owns nothing of the
 /// child, which must still be reaped. Empty where the system can't give one.

@@ -47,7 +47,7 @@ class Faults : public testing::Test {
   }
 
   AgentProcess agent_;
-  AgentProcess::Footprint baseline_ = agent_.footprint();
+  test::Footprint baseline_ = agent_.footprint();
 };
 
 TEST_F(Faults, HostVanishesInTheMiddleOfEverything) {

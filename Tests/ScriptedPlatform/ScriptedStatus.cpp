@@ -69,7 +69,8 @@ std::optional<UniqueFD> inheritedListener() {
 }
 
 void runMainLoop() {
-  std::abort();  // no test starts a whole agent on this platform
+  test::scriptedStatus().mainLoop();
+  std::abort();
 }
 
 }  // namespace Platform

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <map>
 #include <optional>
 #include <string>
@@ -22,6 +23,7 @@ struct ScriptedStatus {
   std::optional<Platform::Point> pointer;
   std::optional<pid_t> frontmost;
   std::map<pid_t, std::string> names;  ///< of applications
+  void (*mainLoop)() = std::abort;     ///< of an agent that has started; never returns
 };
 
 /// The script in force; a test sets it before it asks anything of the agent.

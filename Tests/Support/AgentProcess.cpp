@@ -62,8 +62,8 @@ bool AgentProcess::alive() const {
   return waitpid(pid(), nullptr, WNOHANG) == 0;
 }
 
-AgentProcess::Footprint AgentProcess::footprint() const {
-  const std::string process = "/proc/" + std::to_string(pid());
+Footprint footprintOf(pid_t pid) {
+  const std::string process = "/proc/" + std::to_string(pid);
   std::size_t children = 0;
   for (const auto& task : fs::directory_iterator(process + "/task")) {
     std::istringstream pids(textOf(task.path() / "children"));
@@ -80,7 +80,7 @@ std::size_t AgentProcess::residentBytes() const {
   return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
-void PrintTo(const AgentProcess::Footprint& footprint, std::ostream* out) {
+void PrintTo(const Footprint& footprint, std::ostream* out) {
   *out << footprint.descriptors << " descriptors, " << footprint.threads << " threads, "
        << footprint.children << " children";
 }

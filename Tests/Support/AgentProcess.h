@@ -15,6 +15,22 @@
 
 namespace tervain::test {
 
+/// What must not pile up. Children include the dead that nobody has reaped.
+struct Footprint {
+  std::size_t descriptors;
+  std::size_t threads;
+  std::size_t children;
+  /// Whether none of it is more than in `other`.
+  [[nodiscard]] bool within(const Footprint& other) const {
+    return descriptors <= other.descriptors && threads <= other.threads &&
+           children <= other.children;
+  }
+};
+
+Footprint footprintOf(pid_t process);
+
+void PrintTo(const Footprint& footprint, std::ostream* out);
+
 /// The real executable, serving a Unix socket that was handed over to it, or a vsock port. Its
 /// environment is this process's without a display or buses, with the system shell for commands,
 /// and with what the test adds. It is ended, and waited for, with this object.
@@ -43,18 +59,7 @@ class AgentProcess {
   /// Whether it is still running.
   [[nodiscard]] bool alive() const;
 
-  /// What must not pile up. Children include the dead that nobody has reaped.
-  struct Footprint {
-    std::size_t descriptors;
-    std::size_t threads;
-    std::size_t children;
-    /// Whether none of it is more than in `other`.
-    [[nodiscard]] bool within(const Footprint& other) const {
-      return descriptors <= other.descriptors && threads <= other.threads &&
-             children <= other.children;
-    }
-  };
-  [[nodiscard]] Footprint footprint() const;
+  [[nodiscard]] Footprint footprint() const { return footprintOf(pid()); }
 
   /// Resident memory in bytes.
   [[nodiscard]] std::size_t residentBytes() const;
@@ -67,8 +72,6 @@ class AgentProcess {
   std::optional<std::uint32_t> vsockPort_;
   std::optional<Program> program_;
 };
-
-void PrintTo(const AgentProcess::Footprint& footprint, std::ostream* out);
 
 /// Whether a process exists that has not ended, zombies being such as have.
 bool isRunning(pid_t pid);

@@ -14,13 +14,14 @@ inline constexpr std::chrono::seconds patience{30};
 /// Asks again and again until `condition` holds; for what nothing announces, such as the state of
 /// another process. False when patience ran out.
 template <class Condition>
-bool eventually(Condition condition, Clock::duration limit = patience) {
+bool eventually(Condition condition, Clock::duration limit = patience,
+                Clock::duration pause = std::chrono::milliseconds(5)) {
   const auto deadline = Clock::now() + limit;
   while (!condition()) {
     if (Clock::now() > deadline) {
       return false;
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::this_thread::sleep_for(pause);
   }
   return true;
 }

@@ -72,7 +72,7 @@ class Guest : public testing::Test {
   }
 
   static inline std::unique_ptr<AgentProcess> agent_;
-  static inline AgentProcess::Footprint baseline_{};
+  static inline test::Footprint baseline_{};
 };
 
 std::string contentOf(const std::filesystem::path& path) {

@@ -4,6 +4,7 @@
 #include <xcb/xtest.h>
 
 #include <algorithm>
+#include <exception>
 #include <system_error>
 #include <thread>
 
@@ -319,9 +320,11 @@ void Keyboard::restoreWhenQuiet() {
   restorerRuns_ = false;
 }
 
-bool Keyboard::giveBack() {
+bool Keyboard::giveBack() try {
   auto x11 = Session::open(Clock::now() + lookLimit);
   return x11 && spareKeys_.giveBack(*x11);
+} catch (const std::exception&) {
+  return false;  // no memory or no thread now: what leaves a thread ends the process
 }
 
 }  // namespace tervain::X11

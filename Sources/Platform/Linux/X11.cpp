@@ -82,6 +82,10 @@ class Session::Pool {
  private:
   static constexpr std::size_t maxIdle = 4;
 
+  /// Makes room for all that are ever kept, one that comes late included: giving one back must not
+  /// fail.
+  Pool() { idle_.reserve(maxIdle + 1); }
+
   /// An idle connection whose server is still there. What has arrived on any of them since is
   /// thrown away: every change of the keyboard map is announced to all.
   Connection takeIdle() {

@@ -20,9 +20,8 @@ Pipe makePipe() {
   return {UniqueFD(ends[0]), UniqueFD(ends[1])};
 }
 
-void inheritOnlyStandardStreams(posix_spawnattr_t& attributes, short flags,
-                                posix_spawn_file_actions_t& actions) {
-  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+int inheritOnlyStandardStreams(posix_spawnattr_t& attributes, short flags,
+                               posix_spawn_file_actions_t& actions) {
   // The agent ignores SIGPIPE, and an ignored signal stays ignored across exec: without this,
   // `yes | head` would end with an error message instead of silently.
   sigset_t defaults;
@@ -30,6 +29,8 @@ void inheritOnlyStandardStreams(posix_spawnattr_t& attributes, short flags,
   sigaddset(&defaults, SIGPIPE);
   posix_spawnattr_setsigdefault(&attributes, &defaults);
   posix_spawnattr_setflags(&attributes, static_cast<short>(flags | POSIX_SPAWN_SETSIGDEF));
+  // This alone takes memory, and can fail.
+  return posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 }
 
 UniqueFD watchExit(pid_t child) {

@@ -28,10 +28,11 @@ Pipe makePipe() {
   return made;
 }
 
-void inheritOnlyStandardStreams(posix_spawnattr_t& attributes, short flags,
-                                posix_spawn_file_actions_t& /*actions*/) {
+int inheritOnlyStandardStreams(posix_spawnattr_t& attributes, short flags,
+                               posix_spawn_file_actions_t& /*actions*/) {
   // Closes whatever no file action has mapped.
-  posix_spawnattr_setflags(&attributes, static_cast<short>(flags | POSIX_SPAWN_CLOEXEC_DEFAULT));
+  return posix_spawnattr_setflags(&attributes,
+                                  static_cast<short>(flags | POSIX_SPAWN_CLOEXEC_DEFAULT));
 }
 
 UniqueFD watchExit(pid_t child) {
