@@ -8,6 +8,7 @@
 
 /// A fuzz target: runs the code under test on one input, and aborts when what it does is wrong.
 /// Each is a program of its own, driven by libFuzzer or, over its seeds, by Replay.cpp.
+// NOLINTNEXTLINE(readability-identifier-naming): libFuzzer chose it
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace tervain::fuzz {

@@ -36,12 +36,11 @@ std::optional<LaunchError> openApplicationAt(const std::string& path, Deadline d
     }
     using Outcome = std::optional<LaunchError>;
     const auto box = std::make_shared<ResultBox<Outcome>>();
-    [NSWorkspace.sharedWorkspace
-        openApplicationAtURL:[NSURL fileURLWithPath:bundle]
-               configuration:[NSWorkspaceOpenConfiguration configuration]
-           completionHandler:^(NSRunningApplication*, NSError* error) {
-             box->put(error ? Outcome(launchError(error)) : Outcome());
-           }];
+    [NSWorkspace.sharedWorkspace openApplicationAtURL:[NSURL fileURLWithPath:bundle]
+                                        configuration:[NSWorkspaceOpenConfiguration configuration]
+                                    completionHandler:^(NSRunningApplication*, NSError* error) {
+                                      box->put(error ? Outcome(launchError(error)) : Outcome());
+                                    }];
     return box->waitUntil(deadline).value_or(Outcome());
   }
 }
