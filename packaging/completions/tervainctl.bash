@@ -7,6 +7,7 @@ _tervainctl() {
     [click]='--button --count' [move]='' [drag]='--from' [scroll]='--dx --dy'
     [type]='' [key]='' [launch]='' [tree]='--pid --depth --json' [at]='--json'
     [exec]='--no-input -n' [events]='--delete --dir --max-bytes' [session]='' [raw]=''
+    [conform]='--app --no-desktop'
   )
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     [[ $word != -- ]] || return 0  # what follows is the guest's
@@ -23,7 +24,7 @@ _tervainctl() {
     unix | -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "${current#:}") ;;
     --button) mapfile -t COMPREPLY < <(compgen -W 'left middle right' -- "$current") ;;
     --count) mapfile -t COMPREPLY < <(compgen -W '1 2 3' -- "$current") ;;
-    vsock | --display | --from | --dx | --dy | --pid | --depth | --dir | --max-bytes) ;;
+    vsock | --display | --from | --dx | --dy | --pid | --depth | --app | --dir | --max-bytes) ;;
     *)
       if [[ $current == -* ]]; then
         word="${options[${command:-cursor}]} --agent -a --help -h"

@@ -20,6 +20,7 @@ for command in \
     'at Show the element at a point' \
     'exec Run a command in the guest' \
     'events Collect the guest\'s shell events' \
+    'conform Check that an agent does all that it should' \
     'session Perform commands from standard input on one connection' \
     'raw Send request lines from standard input, print the replies'
     set -l words (string split -m 1 ' ' $command)
@@ -45,4 +46,6 @@ __tervainctl_option exec -s n -l no-input -d 'Give the command no input'
 __tervainctl_option events -l delete -d 'Have the guest delete what it has sent'
 __tervainctl_option events -l dir -x -d 'The guest\'s directory to collect from'
 __tervainctl_option events -l max-bytes -x -d 'How many bytes to take at most'
+__tervainctl_option conform -l app -x -d 'The text editor to work with'
+__tervainctl_option conform -l no-desktop -d 'Launch no application'
 functions -e __tervainctl_option
