@@ -108,9 +108,9 @@ std::optional<Window> describe(Session& x11, const Questions& asked, pid_t pid) 
 
 /// The process that the X server knows to be behind a window.
 std::optional<pid_t> clientProcess(Session& x11, xcb_window_t window) {
-  const xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
+  const xcb_res_client_id_spec_t wanted{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
   const auto ids = x11.await<xcb_res_query_client_ids_reply_t>(
-      xcb_res_query_client_ids(x11.get(), 1, &spec).sequence);
+      xcb_res_query_client_ids(x11.get(), 1, &wanted).sequence);
   if (!ids) {
     return std::nullopt;
   }
