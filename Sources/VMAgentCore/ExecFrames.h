@@ -7,8 +7,9 @@
 /// The frames of an exec. Those that are written here have their line feed.
 namespace tervain::ExecFrames {
 
-/// Replaces `line` by a frame that carries output. `tag` is the type of the stream. The payload is
-/// encoded straight into the line, whose memory serves frame after frame.
+/// Replaces `line` by a frame that carries bytes of a stream: a command's output, or its input.
+/// `tag` is the type of the stream. The payload is encoded straight into the line, whose memory
+/// serves frame after frame.
 void output(std::string& line, std::string_view tag, std::string_view bytes);
 
 /// The command has ended with this code.
