@@ -1,5 +1,6 @@
 // A connection from its first byte to its last, on the scripted platform: whatever comes, there is
 // one JSON object with a boolean "ok" for each line that is not empty.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -37,11 +38,12 @@ std::shared_ptr<test::ScriptedElement> scriptTree() {
   return root;
 }
 
-/// A desktop of one display with one application, and a home with one spooled event.
+/// A desktop of one display with one application, and a home to be in with a folder "s" for events.
 struct World {
   World() {
     // Whatever is asked for here must do no harm.
     setenv("HOME", home.path().c_str(), 1);
+    fuzz::require(chdir(home.path().c_str()) == 0 && mkdir("s", 0700) == 0, "no folder for events");
     unsetenv("TERVAIN_DULK_DISABLE");
     fuzz::require(access(std::string(ExecSession::defaultDulkPath).c_str(), X_OK) != 0,
                   "this machine has an agent shell, which would run what the fuzzer comes up with");
@@ -61,9 +63,10 @@ struct World {
 };
 
 /// Whether a line asks to look for events outside of the home of this test.
-bool asksForFiles(std::string_view line) {
+bool leavesHome(std::string_view line) {
   const auto request = parseObject(line);
-  return request && stringMember(*request, "dir") != nullptr;
+  const std::string* dir = request ? stringMember(*request, "dir") : nullptr;
+  return dir && (dir->starts_with('/') || dir->find("..") != std::string::npos);
 }
 
 /// How many replies there must be, at least where an exec or a fatal error ends the connection.
@@ -125,10 +128,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   LineSplitBuffer lines;
   lines.append(stream);
   while (const auto line = lines.next()) {
-    if (asksForFiles(*line)) {
+    if (leavesHome(*line)) {
       return 0;
     }
   }
+  world.home.write("s/1.jsonl", "{\"e\":1}\n");
   const int before = fuzz::nextDescriptor();
   std::string fatal;
   {
