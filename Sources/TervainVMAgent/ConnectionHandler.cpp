@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "Platform/AutoreleasePool.h"
+#include "Platform/Privacy.h"
 #include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/IO.h"
 #include "VMAgentCore/Log.h"
@@ -15,6 +16,22 @@ namespace {
 
 constexpr std::string_view malformedRequest =
     "malformed request (want one JSON object per line with an \"op\")";
+
+/// What the system must let the agent do before an operation looks at its request.
+struct Grant {
+  bool (*given)();
+  std::string_view refusal;
+};
+constexpr Grant accessibility{
+    Platform::accessibilityGranted,
+    "Accessibility (kTCCServiceAccessibility) is not granted to the agent — re-run provisioning"};
+constexpr Grant screenRecording{
+    Platform::screenRecordingGranted,
+    "Screen Recording (kTCCServiceScreenCapture) is not granted to the agent — re-run "
+    "provisioning"};
+constexpr Grant postEvent{
+    Platform::postEventGranted,
+    "input synthesis (kTCCServicePostEvent) is not granted to the agent — re-run provisioning"};
 
 /// Calls an operation, one that reads its request or one that doesn't.
 template <auto operation>
@@ -30,26 +47,27 @@ Reply call(ConnectionHandler& handler, const Json& request) {
 
 struct ConnectionHandler::Operation {
   std::string_view name;
+  const Grant* grant;  ///< null if it needs none
   Reply (*call)(ConnectionHandler& handler, const Json& request);
 };
 
 /// Every ordinary operation. "exec" and "shell-events" write their own replies and are not here.
 const ConnectionHandler::Operation ConnectionHandler::operations[] = {
-    {"ping", call<&ConnectionHandler::opPing>},
-    {"screenshot", call<&ConnectionHandler::opScreenshot>},
-    {"ax_dump", call<&ConnectionHandler::opAXDump>},
-    {"ax_element_at", call<&ConnectionHandler::opAXElementAt>},
-    {"ax_action", call<&ConnectionHandler::opAXAction>},
-    {"ax_set_value", call<&ConnectionHandler::opAXSetValue>},
-    {"ax_focus", call<&ConnectionHandler::opAXFocus>},
-    {"click", call<&ConnectionHandler::opClick>},
-    {"move", call<&ConnectionHandler::opMove>},
-    {"drag", call<&ConnectionHandler::opDrag>},
-    {"type", call<&ConnectionHandler::opType>},
-    {"key", call<&ConnectionHandler::opKey>},
-    {"scroll", call<&ConnectionHandler::opScroll>},
-    {"cursor_position", call<&ConnectionHandler::opCursorPosition>},
-    {"launch_app", call<&ConnectionHandler::opLaunchApp>},
+    {"ping", nullptr, call<&ConnectionHandler::opPing>},
+    {"screenshot", &screenRecording, call<&ConnectionHandler::opScreenshot>},
+    {"ax_dump", &accessibility, call<&ConnectionHandler::opAXDump>},
+    {"ax_element_at", &accessibility, call<&ConnectionHandler::opAXElementAt>},
+    {"ax_action", &accessibility, call<&ConnectionHandler::opAXAction>},
+    {"ax_set_value", &accessibility, call<&ConnectionHandler::opAXSetValue>},
+    {"ax_focus", &accessibility, call<&ConnectionHandler::opAXFocus>},
+    {"click", &postEvent, call<&ConnectionHandler::opClick>},
+    {"move", &postEvent, call<&ConnectionHandler::opMove>},
+    {"drag", &postEvent, call<&ConnectionHandler::opDrag>},
+    {"type", &postEvent, call<&ConnectionHandler::opType>},
+    {"key", &postEvent, call<&ConnectionHandler::opKey>},
+    {"scroll", &postEvent, call<&ConnectionHandler::opScroll>},
+    {"cursor_position", nullptr, call<&ConnectionHandler::opCursorPosition>},
+    {"launch_app", nullptr, call<&ConnectionHandler::opLaunchApp>},
 };
 
 void logConnected(int fd) {
@@ -116,6 +134,9 @@ Reply ConnectionHandler::dispatch(const std::optional<Json>& request) {
   if (operation == std::end(operations)) {
     return Reply::failure("unknown op '" + *op + "' (agent protocol v" +
                           std::to_string(AgentWire::version) + ")");
+  }
+  if (const Grant* grant = operation->grant; grant && !grant->given()) {
+    return Reply::failure(grant->refusal);
   }
   return operation->call(*this, *request);
 }

@@ -2,7 +2,6 @@
 #include <chrono>
 #include <limits>
 
-#include "Platform/Privacy.h"
 #include "Platform/Workspace.h"
 #include "TervainVMAgent/ConnectionHandler.h"
 #include "VMAgentCore/FatalError.h"
@@ -14,9 +13,6 @@ using Platform::AXError;
 using Platform::AXReader;
 
 namespace {
-
-constexpr std::string_view notGranted =
-    "Accessibility (kTCCServiceAccessibility) is not granted to the agent — re-run provisioning";
 
 /// How long an application may take to answer one question.
 constexpr std::chrono::milliseconds messagingTimeout{1500};
@@ -86,9 +82,6 @@ Reply ConnectionHandler::staleRefReply(const Json& request) {
 }
 
 Reply ConnectionHandler::opAXDump(const Json& request) {
-  if (!Platform::accessibilityGranted()) {
-    return Reply::failure(notGranted);
-  }
   const auto pid = dumpTarget(request);
   if (!pid) {
     return Reply::failure("no frontmost application to dump");
@@ -109,9 +102,6 @@ Reply ConnectionHandler::opAXDump(const Json& request) {
 }
 
 Reply ConnectionHandler::opAXElementAt(const Json& request) {
-  if (!Platform::accessibilityGranted()) {
-    return Reply::failure(notGranted);
-  }
   const auto x = integerMember(request, "x");
   const auto y = integerMember(request, "y");
   if (!x || !y) {
@@ -130,9 +120,6 @@ Reply ConnectionHandler::opAXElementAt(const Json& request) {
 }
 
 Reply ConnectionHandler::opAXAction(const Json& request) {
-  if (!Platform::accessibilityGranted()) {
-    return Reply::failure(notGranted);
-  }
   const auto element = resolveRef(request);
   if (!element) {
     return staleRefReply(request);
@@ -156,9 +143,6 @@ Reply ConnectionHandler::opAXAction(const Json& request) {
 }
 
 Reply ConnectionHandler::opAXSetValue(const Json& request) {
-  if (!Platform::accessibilityGranted()) {
-    return Reply::failure(notGranted);
-  }
   const auto element = resolveRef(request);
   if (!element) {
     return staleRefReply(request);
@@ -179,9 +163,6 @@ Reply ConnectionHandler::opAXSetValue(const Json& request) {
 }
 
 Reply ConnectionHandler::opAXFocus(const Json& request) {
-  if (!Platform::accessibilityGranted()) {
-    return Reply::failure(notGranted);
-  }
   const auto element = resolveRef(request);
   if (!element) {
     return staleRefReply(request);

@@ -7,7 +7,6 @@
 
 #include "Platform/Events.h"
 #include "Platform/Pointer.h"
-#include "Platform/Privacy.h"
 #include "TervainVMAgent/ConnectionHandler.h"
 #include "VMAgentCore/KeyMap.h"
 #include "VMAgentCore/Unicode.h"
@@ -34,11 +33,6 @@ constexpr std::int64_t maxClicks = 3;
 constexpr std::int64_t maxScrollLines = 40;
 /// UTF-16 units that one event carries; applications on macOS drop what goes beyond 20.
 constexpr std::size_t maxUnitsPerEvent = 16;
-
-Reply notGranted() {
-  return Reply::failure(
-      "input synthesis (kTCCServicePostEvent) is not granted to the agent — re-run provisioning");
-}
 
 struct Button {
   MouseEventType down;
@@ -133,9 +127,6 @@ Reply noKeyboardEvent() {
 }  // namespace
 
 Reply ConnectionHandler::opClick(const Json& request) {
-  if (!Platform::postEventGranted()) {
-    return notGranted();
-  }
   const auto location = pointField(request, "x", "y");
   if (!location) {
     return Reply::failure("click requires x and y");
@@ -155,9 +146,6 @@ Reply ConnectionHandler::opClick(const Json& request) {
 }
 
 Reply ConnectionHandler::opMove(const Json& request) {
-  if (!Platform::postEventGranted()) {
-    return notGranted();
-  }
   const auto location = pointField(request, "x", "y");
   if (!location) {
     return Reply::failure("move requires x and y");
@@ -167,9 +155,6 @@ Reply ConnectionHandler::opMove(const Json& request) {
 }
 
 Reply ConnectionHandler::opDrag(const Json& request) {
-  if (!Platform::postEventGranted()) {
-    return notGranted();
-  }
   const auto end = pointField(request, "toX", "toY");
   if (!end) {
     return Reply::failure("drag requires toX and toY");
@@ -185,9 +170,6 @@ Reply ConnectionHandler::opDrag(const Json& request) {
 }
 
 Reply ConnectionHandler::opScroll(const Json& request) {
-  if (!Platform::postEventGranted()) {
-    return notGranted();
-  }
   const std::int32_t vertical = scrollLines(intField(request, "dy"));
   const std::int32_t horizontal = scrollLines(intField(request, "dx"));
   if (vertical == 0 && horizontal == 0) {
@@ -202,9 +184,6 @@ Reply ConnectionHandler::opScroll(const Json& request) {
 }
 
 Reply ConnectionHandler::opType(const Json& request) {
-  if (!Platform::postEventGranted()) {
-    return notGranted();
-  }
   const std::string* text = stringMember(request, "text");
   if (!text || text->empty()) {
     return Reply::failure("type requires non-empty \"text\"");
@@ -228,9 +207,6 @@ Reply ConnectionHandler::opType(const Json& request) {
 }
 
 Reply ConnectionHandler::opKey(const Json& request) {
-  if (!Platform::postEventGranted()) {
-    return notGranted();
-  }
   const std::string* chord = stringMember(request, "chord");
   if (!chord || chord->empty()) {
     return Reply::failure("key requires a \"chord\" (e.g. \"cmd+s\")");
