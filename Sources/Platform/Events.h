@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "Platform/Geometry.h"
 
@@ -31,17 +32,17 @@ class Event {
   /// What the port keeps behind an event; each port defines its own.
   struct Handle;
 
-  explicit Event(std::unique_ptr<Handle> handle);
-  Event(Event&& other) noexcept;
-  Event& operator=(Event&& other) noexcept;
+  explicit Event(std::shared_ptr<Handle> handle) : handle_(std::move(handle)) {}
+  Event(Event&&) = default;
+  Event& operator=(Event&&) = default;
   Event(const Event&) = delete;
   Event& operator=(const Event&) = delete;
-  ~Event();
+  ~Event() = default;
 
   [[nodiscard]] Handle& handle() const { return *handle_; }
 
  private:
-  std::unique_ptr<Handle> handle_;
+  std::shared_ptr<Handle> handle_;  // never shared: it can end what only the port knows
 };
 
 // The makers give nothing when the system can't make the event.

@@ -38,16 +38,11 @@ std::string join(const Parts&... parts) {
 
 std::optional<Event> makeEvent(const std::string& line) {
   return test::scriptedEvents().canMake()
-             ? std::optional<Event>(std::make_unique<Event::Handle>(Event::Handle{line}))
+             ? std::optional<Event>(std::make_shared<Event::Handle>(Event::Handle{line}))
              : std::nullopt;
 }
 
 }  // namespace
-
-Event::Event(std::unique_ptr<Handle> handle) : handle_(std::move(handle)) {}
-Event::Event(Event&&) noexcept = default;
-Event& Event::operator=(Event&&) noexcept = default;
-Event::~Event() = default;
 
 std::optional<Event> mouseEvent(MouseEventType type, Point location, MouseButton button) {
   return makeEvent(

@@ -1,18 +1,11 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
 #include <atomic>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
-#include "Support/Peer.h"
-#include "Support/TempDir.h"
-#include "VMAgentCore/Base64.h"
-#include "VMAgentCore/SpawnGroupLeader.h"
+#include "Support/AgentProcess.h"
 
 namespace tervain::test {
 namespace {
@@ -83,33 +76,16 @@ struct Outcome {
   std::string err;
 };
 
-std::string contentOf(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
 /// Runs tervainctl to its end.
 Outcome call(ScriptedAgent& agent, const Words& arguments, std::string_view input = "") {
   agent.start();
   const TempDir dir;
   dir.write("in", input);
-  const auto create = [&](const char* name) {
-    return UniqueFD(open(dir.path(name).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-  };
-  Environment environment = processEnvironment();
-  environment["TERVAIN_AGENT"] = "unix:" + agent.path();
-  const pid_t pid =
-      spawnGroupLeader(TERVAINCTL_PATH, arguments, environment,
-                       UniqueFD(open(dir.path("in").c_str(), O_RDONLY | O_CLOEXEC)).get(),
-                       create("out").get(), create("err").get());
-  int status = 0;
-  if (!eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; })) {
-    kill(pid, SIGKILL);
-    waitpid(pid, &status, 0);
-  }
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(dir.path("out")),
-          contentOf(dir.path("err"))};
+  Words command{"/bin/sh", "-c", R"(cd "$0"; exec "$@" <in >out 2>err)", dir.path(),
+                TERVAINCTL_PATH};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  const int status = runToEnd(command, {{"TERVAIN_AGENT", "unix:" + agent.path()}}).status;
+  return {status, textOf(dir.path("out")), textOf(dir.path("err"))};
 }
 
 TEST(TervainctlTest, OptionsBecomeRequests) {
@@ -157,10 +133,7 @@ TEST(TervainctlTest, SendsNothingThatMakesNoSense) {
 TEST(TervainctlTest, ScreenshotsGoWhereTheyAreWanted) {
   ScriptedAgent agent;
   const TempDir dir;
-  std::string image = "\xff\xd8";
-  image.push_back('\0');
-  std::string text;
-  appendBase64(text, image);
+  const std::string image("\xff\xd8\0", 3);
   agent.replies["screenshot"] = {
       {"ok", true}, {"image", "/9gA"}, {"width", 2880}, {"height", 1800}, {"scale", 2.0}};
   const Outcome printed = call(agent, {"screenshot"});
@@ -168,7 +141,7 @@ TEST(TervainctlTest, ScreenshotsGoWhereTheyAreWanted) {
   EXPECT_EQ(printed.err, "tervainctl: 2880x1800 pixels, scale 2.0\n");
   const Outcome written = call(agent, {"screenshot", "--display", "1", "-o", dir.path("shot.jpg")});
   EXPECT_EQ(written.out, "");
-  EXPECT_EQ(contentOf(dir.path("shot.jpg")), image);
+  EXPECT_EQ(textOf(dir.path("shot.jpg")), image);
   EXPECT_EQ(call(agent, {"screenshot", "-o", dir.path("no/such")}).status, 1);
   EXPECT_EQ(agent.stop().at(1), parse(R"({"op":"screenshot","display":1})"));
 }

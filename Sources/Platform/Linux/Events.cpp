@@ -147,15 +147,10 @@ struct Event::Handle {
 namespace {
 
 std::optional<Event> makeEvent(std::variant<Mouse, Scroll, Key> event) {
-  return Event(std::make_unique<Event::Handle>(Event::Handle{std::move(event)}));
+  return Event(std::make_shared<Event::Handle>(Event::Handle{std::move(event)}));
 }
 
 }  // namespace
-
-Event::Event(std::unique_ptr<Handle> handle) : handle_(std::move(handle)) {}
-Event::Event(Event&&) noexcept = default;
-Event& Event::operator=(Event&&) noexcept = default;
-Event::~Event() = default;
 
 std::optional<Event> mouseEvent(MouseEventType type, Point location, MouseButton button) {
   return makeEvent(Mouse{type, location, button});

@@ -23,7 +23,7 @@ std::optional<Event> makeEvent(CFRef<CGEventRef> created) {
   if (!created) {
     return std::nullopt;
   }
-  return Event(std::make_unique<Event::Handle>(Event::Handle{std::move(created)}));
+  return Event(std::make_shared<Event::Handle>(Event::Handle{std::move(created)}));
 }
 
 CGEventRef referenceTo(const Event& event) {
@@ -31,11 +31,6 @@ CGEventRef referenceTo(const Event& event) {
 }
 
 }  // namespace
-
-Event::Event(std::unique_ptr<Handle> handle) : handle_(std::move(handle)) {}
-Event::Event(Event&&) noexcept = default;
-Event& Event::operator=(Event&&) noexcept = default;
-Event::~Event() = default;
 
 std::optional<Event> mouseEvent(MouseEventType type, Point location, MouseButton button) {
   return makeEvent(CFRef<CGEventRef>::adopt(
