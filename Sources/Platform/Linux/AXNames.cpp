@@ -9,7 +9,7 @@ namespace tervain::AXNames {
 namespace {
 
 struct Row {
-  std::uint32_t role;
+  std::uint32_t role = 0;
   Names names;
 };
 
