@@ -107,27 +107,6 @@ TEST_F(Faults, ManyConnectionsAndCommandsAtOnce) {
   }
 }
 
-TEST_F(Faults, FiveMegabytesPassByteForByte) {
-  std::string data(5'000'000, '\0');
-  unsigned value = 1;
-  for (char& byte : data) {
-    value = value * 1'103'515'245 + 12'345;
-    byte = static_cast<char>(value >> 16U);
-  }
-  Peer host = agent_.connect();
-  host.send(execLine("cat"));
-  std::thread feeder([&] {
-    for (std::size_t at = 0; at < data.size(); at += 32'768) {
-      host.send(stdinFrame(std::string_view(data).substr(at, 32'768)));
-    }
-    host.send("{\"t\":\"eof\"}\n");
-  });
-  const ExecResult result = readExec(host);
-  feeder.join();
-  EXPECT_TRUE(result.out == data) << result.out.size() << " bytes came back";
-  EXPECT_EQ(result.code, 0);
-}
-
 TEST_F(Faults, MemoryComesBackAfterLargeRequests) {
   const std::string large = R"({"op":")" + std::string(4'000'000, 'x') + "\"}";
   std::size_t before = 0;

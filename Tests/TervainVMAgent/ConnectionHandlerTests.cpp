@@ -49,25 +49,6 @@ TEST_F(ConnectionHandlerTest, AnswersEveryLineInOrder) {
   sender.join();
 }
 
-TEST_F(ConnectionHandlerTest, TakesRequestsHoweverTheyArriveAndBoundsALineWithoutEnd) {
-  for (const char c : std::string_view("{\"op\":\"ping\"}\r\n{\"op\":\"ping\"}\n")) {
-    host_.send({&c, 1});
-  }
-  EXPECT_TRUE(host_.readJson().value("ok", false));
-  EXPECT_TRUE(host_.readJson().value("ok", false));
-  // 4 MiB may wait for their line feed…
-  host_.send("{\"op\":\"" + std::string(4'194'304 - 7, 'x'));
-  EXPECT_EQ(host_.ask("\"}").value("ok", true), false);
-  // …but not one byte more.
-  host_.send(std::string(4'194'304 + 65'536, 'x'));
-  EXPECT_TRUE(host_.closed());
-  // A last line that is not complete gets no reply.
-  HandlerConnection other;
-  other.host.send("{\"op\":\"ping\"}");
-  shutdown(other.host.fd(), SHUT_WR);
-  EXPECT_TRUE(other.host.closed());
-}
-
 TEST_F(ConnectionHandlerTest, FreesWhatEachRequestLeaves) {
   const int before = test::poolCounts().made;
   for (int requests = 1; requests <= 3; ++requests) {
