@@ -11,6 +11,7 @@
 #include "Platform/Events.h"
 #include "Platform/Pointer.h"
 #include "Platform/Privacy.h"
+#include "Platform/macOS/CFRef.h"
 
 namespace tervain::Platform {
 namespace {
@@ -63,6 +64,12 @@ class MacOSAdapters : public testing::Test {
   AXElement application_ = applicationElement(42, milliseconds(1500));
   AXReader reader_{application_, {.maxDepth = 12, .maxNodes = 800, .maxChildren = 2}};
 };
+
+TEST_F(MacOSAdapters, AReferenceLetsGoOfWhatItHad) {
+  auto held = CFRef<CFTypeRef>::adopt(make(Fake::string, ""));
+  *held.out() = make(Fake::string, "");
+  held = CFRef<CFTypeRef>::adopt(make(Fake::string, ""));
+}
 
 TEST_F(MacOSAdapters, AttributesAreTranslatedByType) {
   const std::pair<Answer, const char*> cases[] = {
