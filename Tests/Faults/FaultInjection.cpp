@@ -1,19 +1,12 @@
 #include "Faults/FaultInjection.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <poll.h>
-#include <pthread.h>
-#include <spawn.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
-#include <cstdarg>
+#include <ctime>
 
 namespace tervain::test {
 namespace {
@@ -25,10 +18,15 @@ std::atomic<bool> hasFailed;
 std::atomic<std::int64_t> longest;
 thread_local bool spared = false;
 
-/// The function that is called by a name when this executable has none.
-template <class Function>
-Function* next(const char* name, Function* /*itself*/) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+bool failsWatching(long systemCall) {
+  return systemCall == SYS_pidfd_open && fails(Call::exitWatch);
+}
+
+/// Notes a pause. Whether it is not to be made.
+bool skips(const timespec& pause) {
+  const std::int64_t asked = pause.tv_sec * 1'000'000'000 + pause.tv_nsec;
+  longest = std::max(spared ? 0 : asked, longest.load());
+  return !spared;
 }
 
 }  // namespace
@@ -68,121 +66,34 @@ bool fails(Call call) {
   return true;
 }
 
+// What stands in for functions of the C library, under their names. Whatever those take fits the
+// registers that integers are passed in, so that one type serves for all.
+// NOLINTBEGIN(cppcoreguidelines-macro-usage, bugprone-macro-parentheses)
+#define STAND_IN(name, isFailing, failure)                                          \
+  extern "C" long standInFor_##name(long a, long b, long c, long d, long e, long f, \
+                                    long g) __asm__(#name);                         \
+  long standInFor_##name(long a, long b, long c, long d, long e, long f, long g) {  \
+    static auto* const real =                                                       \
+        reinterpret_cast<decltype(&standInFor_##name)>(dlsym(RTLD_NEXT, #name));    \
+    return isFailing ? failure : real(a, b, c, d, e, f, g);                         \
+  }
+
+STAND_IN(accept, fails(Call::accept), -1)
+STAND_IN(bind, fails(Call::bind), -1)
+STAND_IN(fcntl, fails(Call::fcntl), -1)
+STAND_IN(kill, fails(Call::kill), -1)
+STAND_IN(listen, fails(Call::listen), -1)
+STAND_IN(nanosleep, skips(*reinterpret_cast<const timespec*>(a)), 0)
+STAND_IN(open, fails(Call::open), -1)
+STAND_IN(pipe2, fails(Call::pipe), -1)
+STAND_IN(poll, fails(Call::poll), -1)
+STAND_IN(posix_spawn, fails(Call::spawn), errno)
+STAND_IN(pthread_create, fails(Call::thread), errno)
+STAND_IN(read, fails(Call::read), -1)
+STAND_IN(socket, fails(Call::socket), -1)
+STAND_IN(syscall, failsWatching(a), -1)
+STAND_IN(waitpid, fails(Call::waitpid), -1)
+STAND_IN(write, fails(Call::write), -1)
+// NOLINTEND(cppcoreguidelines-macro-usage, bugprone-macro-parentheses)
+
 }  // namespace tervain::test
-
-// The C library declares these without saying so, and its parameters have reserved names.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name, cert-dcl50-cpp,
-// readability-identifier-naming)
-extern "C" {
-
-using tervain::test::Call;
-using tervain::test::fails;
-using tervain::test::next;
-
-int accept(int fd, sockaddr* address, socklen_t* length) {
-  static auto* const real = next("accept", &accept);
-  return fails(Call::accept) ? -1 : real(fd, address, length);
-}
-
-int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
-  static auto* const real = next("bind", &bind);
-  return fails(Call::bind) ? -1 : real(fd, address, length);
-}
-
-int fcntl(int fd, int command, ...) {
-  static auto* const real = next("fcntl", &fcntl);
-  va_list arguments;
-  va_start(arguments, command);
-  const long argument = va_arg(arguments, long);
-  va_end(arguments);
-  return fails(Call::fcntl) ? -1 : real(fd, command, argument);
-}
-
-int kill(pid_t pid, int number) noexcept {
-  static auto* const real = next("kill", &kill);
-  return fails(Call::kill) ? -1 : real(pid, number);
-}
-
-int listen(int fd, int backlog) noexcept {
-  static auto* const real = next("listen", &listen);
-  return fails(Call::listen) ? -1 : real(fd, backlog);
-}
-
-int nanosleep(const timespec* duration, timespec* left) {
-  static auto* const real = next("nanosleep", &nanosleep);
-  if (tervain::test::spared) {
-    return real(duration, left);
-  }
-  const std::int64_t asked = duration->tv_sec * 1'000'000'000 + duration->tv_nsec;
-  tervain::test::longest = std::max(asked, tervain::test::longest.load());
-  return 0;
-}
-
-int open(const char* path, int flags, ...) {
-  static auto* const real = next("open", &open);
-  va_list arguments;
-  va_start(arguments, flags);
-  const auto mode = va_arg(arguments, mode_t);
-  va_end(arguments);
-  return fails(Call::open) ? -1 : real(path, flags, mode);
-}
-
-int pipe2(int* ends, int flags) noexcept {
-  static auto* const real = next("pipe2", &pipe2);
-  return fails(Call::pipe) ? -1 : real(ends, flags);
-}
-
-int poll(pollfd* entries, nfds_t count, int timeout) {
-  static auto* const real = next("poll", &poll);
-  return fails(Call::poll) ? -1 : real(entries, count, timeout);
-}
-
-int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
-                const posix_spawnattr_t* attributes, char* const* argv, char* const* envp) {
-  static auto* const real = next("posix_spawn", &posix_spawn);
-  return fails(Call::spawn) ? errno : real(pid, path, actions, attributes, argv, envp);
-}
-
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
-                   void* argument) noexcept {
-  static auto* const real = next("pthread_create", &pthread_create);
-  return fails(Call::thread) ? errno : real(thread, attributes, body, argument);
-}
-
-ssize_t read(int fd, void* buffer, size_t size) {
-  static auto* const real = next("read", &read);
-  return fails(Call::read) ? -1 : real(fd, buffer, size);
-}
-
-int socket(int domain, int type, int protocol) noexcept {
-  static auto* const real = next("socket", &socket);
-  return fails(Call::socket) ? -1 : real(domain, type, protocol);
-}
-
-long syscall(long number, ...) noexcept {
-  static auto* const real = next("syscall", &syscall);
-  va_list arguments;
-  va_start(arguments, number);
-  long values[6];
-  for (long& value : values) {
-    value = va_arg(arguments, long);
-  }
-  va_end(arguments);
-  return number == SYS_pidfd_open && fails(Call::exitWatch)
-             ? -1
-             : real(number, values[0], values[1], values[2], values[3], values[4], values[5]);
-}
-
-pid_t waitpid(pid_t pid, int* status, int options) {
-  static auto* const real = next("waitpid", &waitpid);
-  return fails(Call::waitpid) ? -1 : real(pid, status, options);
-}
-
-ssize_t write(int fd, const void* buffer, size_t size) {
-  static auto* const real = next("write", &write);
-  return fails(Call::write) ? -1 : real(fd, buffer, size);
-}
-
-}  // extern "C"
-// NOLINTEND(readability-inconsistent-declaration-parameter-name, cert-dcl50-cpp,
-// readability-identifier-naming)

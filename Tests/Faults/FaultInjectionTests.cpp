@@ -3,25 +3,22 @@
 // that the fault accounts for, or the connection's end; and nothing is left behind.
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <thread>
 
 #include "Faults/FaultInjection.h"
-#include "ScriptedPlatform/ScriptedAccessibility.h"
-#include "ScriptedPlatform/ScriptedCapture.h"
 #include "ScriptedPlatform/ScriptedEvents.h"
-#include "ScriptedPlatform/ScriptedLaunch.h"
-#include "ScriptedPlatform/ScriptedStatus.h"
 #include "Support/AgentProcess.h"
+#include "Support/ScriptedDesktop.h"
 #include "TervainVMAgent/AgentListener.h"
 #include "TervainVMAgent/StartUp.h"
-#include "VMAgentCore/IO.h"
-#include "VMAgentCore/System.h"
 
 namespace tervain {
 namespace {
@@ -33,35 +30,26 @@ using test::Peer;
 /// What a host saw, one entry an answer. "closed" ends it.
 using Transcript = std::vector<std::string>;
 
-/// Sends requests one after the other and notes the answers.
-Transcript ask(Peer& host, std::initializer_list<const char*> requests) {
+std::string endSeenBy(Peer& host) {
+  return host.closed() ? "closed" : "hangs";
+}
+
+Transcript requests(Peer& host) {
   Transcript answers;
-  for (const std::string request : requests) {
-    host.send(request + '\n');
-    const auto line = host.readLine();
-    if (!line) {
-      answers.emplace_back(host.closed() ? "closed" : "hangs");
+  for (const std::string request :
+       {R"({"op":"ping"})", "rubbish", R"({"op":"click","x":1,"y":2})",
+        R"({"op":"type","text":"é"})", R"({"op":"ax_dump"})",
+        R"({"op":"ax_action","ref":"e2","action":"AXPress"})",
+        R"({"op":"ax_element_at","x":1,"y":1})", R"({"op":"screenshot"})",
+        R"({"op":"launch_app","name":"Editor"})"}) {
+    const Json reply = host.ask(request);
+    if (reply.is_null()) {
+      answers.push_back(endSeenBy(host));
       break;
     }
-    const Json reply = Json::parse(*line, nullptr, false);
-    answers.push_back(reply.is_object() ? reply.value("error", *line) : "rubbish");
+    answers.push_back(reply.is_object() ? reply.value("error", reply.dump()) : "rubbish");
   }
   return answers;
-}
-
-Transcript status(Peer& host) {
-  return ask(host,
-             {R"({"op":"ping"})", "rubbish", R"({"op":"none"})", R"({"op":"cursor_position"})",
-              R"({"op":"click","x":1,"y":2})", R"({"op":"type","text":"é"})"});
-}
-
-Transcript accessibility(Peer& host) {
-  return ask(host, {R"({"op":"ax_dump"})", R"({"op":"ax_action","ref":"e2","action":"AXPress"})",
-                    R"({"op":"ax_element_at","x":1,"y":1})"});
-}
-
-Transcript services(Peer& host) {
-  return ask(host, {R"({"op":"screenshot"})", R"({"op":"launch_app","name":"Editor"})"});
 }
 
 Transcript command(Peer& host) {
@@ -73,7 +61,7 @@ Transcript command(Peer& host) {
     return {result.error};
   }
   if (!result.code) {
-    return {host.closed() ? "closed" : "hangs"};
+    return {endSeenBy(host)};
   }
   const bool whole = result.out == "out" && result.err == "err\n";
   return {"code " + std::to_string(*result.code) + (whole ? "" : ", output lost")};
@@ -87,22 +75,20 @@ Transcript vanish(Peer& host) {
 /// No event may get lost: what the host has not been given must still be there.
 Transcript events(Peer& host) {
   const test::TempDir spool;
-  const char* const names[] = {"1.jsonl", "2.jsonl", "3.jsonl"};
-  for (const char* name : names) {
+  for (const char* name : {"1.jsonl", "2.jsonl", "3.jsonl"}) {
     spool.write(name, name);
   }
   const Json reply =
       host.ask(Json{{"op", "shell-events"}, {"dir", spool.path()}, {"truncate", true}}.dump());
-  const auto left = std::count_if(std::begin(names), std::end(names),
-                                  [&](const char* name) { return spool.has(name); });
-  if (!reply.is_object()) {
-    return {left < std::ssize(names) ? "events lost" : host.closed() ? "closed" : "hangs"};
+  const auto left = std::distance(std::filesystem::directory_iterator(spool.path()), {});
+  if ((reply.is_object() ? reply.value("files", 0) : 0) + left < 3) {
+    return {"events lost"};
   }
-  return {reply.value("files", 0) + left < std::ssize(names) ? "events lost" : "nothing lost"};
+  return {reply.is_object() ? "nothing lost" : endSeenBy(host)};
 }
 
 using Scene = Transcript (*)(Peer&);
-constexpr Scene scenes[] = {status, accessibility, services, command, vanish, events};
+constexpr Scene scenes[] = {requests, command, vanish, events};
 
 /// The answers that a failing call accounts for. Those of a call that no answer depends on, and
 /// those of errors that only mean "once more", are none.
@@ -148,40 +134,14 @@ class Faults : public testing::Test {
     std::signal(SIGPIPE, SIG_IGN);
     test::spareThisThread();
     setenv("TERVAIN_DULK_DISABLE", "1", 1);
-    setScene();
-    UniqueFD socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path().copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(socket.get(), AgentListener::backlog), 0);
-    static AgentListener listener(std::move(socket));
+    test::scriptDesktop();
+    static AgentListener listener(test::listenAt(path()));
     std::thread([] { listener.run(); }).detach();
   }
 
   static std::string path() {
     static const test::TempDir dir;
     return dir.path("agent.sock");
-  }
-
-  static void setScene() {
-    using enum Platform::AXAttribute;
-    const auto button = std::make_shared<test::ScriptedElement>();
-    button->attributes = {{role, "AXButton"}, {title, "a title that is not short at all"}};
-    button->actionNames = {"AXPress"};
-    const auto application = std::make_shared<test::ScriptedElement>();
-    application->attributes = {
-        {role, "AXApplication"},
-        {children, Platform::AXElements{{test::handleOf(button), test::handleOf(button)}, 2}}};
-    test::scriptedAccessibility() = {{{7, application}}, test::handleOf(button), {}};
-    test::scriptedStatus().frontmost = 7;
-    test::scriptedStatus().pointer = {1, 2};
-    test::scriptedStatus().displays = {{1, 800, 600, true}};
-    test::ScriptedCapture capture;
-    capture.displays = {{{800, 600}, 1.0F}};
-    test::script(capture);
-    test::script(test::ScriptedLaunch{[](const std::string&) { return std::nullopt; },
-                                      [](const std::string&) { return 0; }});
   }
 
   /// Plays a scene on a connection of its own and waits until nothing is left of it.
@@ -262,25 +222,20 @@ struct Start {
 /// Starts an agent in a process of its own.
 Start start(const Fault& fault) {
   constexpr int missed = 100;  // added to the status when no call failed
-  System::Pipe log = System::makePipe();
+  const test::TempDir dir;
+  dir.write("log", "");
   const pid_t child = fork();
   if (child == 0) {
-    dup2(log.writeEnd.get(), STDERR_FILENO);
+    static_cast<void>(std::freopen(dir.path("log").c_str(), "a", stderr));
     test::scriptedStatus().mainLoop = [] { _exit(test::withdraw() ? 0 : missed); };
     inject(fault);
     const int status = runAgent();
     _exit(test::withdraw() ? status : status + missed);
   }
-  log.writeEnd.reset();
-  std::string text(4096, '\0');
-  std::size_t length = 0;
-  while (const auto n = readSome(log.readEnd.get(), std::span(text).subspan(length))) {
-    length += static_cast<std::size_t>(n);
-  }
   int status = 0;
   waitpid(child, &status, 0);
   status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return {status % missed, status < missed, text.substr(0, length)};
+  return {status % missed, status < missed, test::textOf(dir.path("log"))};
 }
 
 TEST(StartUpFaults, EndInTheFatalLineIfTheyMatter) {

@@ -1,8 +1,5 @@
 #include "Fuzz/Fuzz.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
@@ -28,20 +25,6 @@ std::vector<std::string_view> pieces(std::string_view input) {
     input.remove_prefix(result.back().size());
   }
   return result;
-}
-
-std::string joined(const std::vector<std::string_view>& pieces) {
-  std::string all;
-  for (const std::string_view piece : pieces) {
-    all += piece;
-  }
-  return all;
-}
-
-int nextDescriptor() {
-  const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  close(fd);
-  return fd;
 }
 
 }  // namespace tervain::fuzz

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "Support/AgentProcess.h"
 
 /// A fuzz target: runs the code under test on one input, and aborts when what it does is wrong.
 /// Each is a program of its own, driven by libFuzzer or, over its seeds, by Replay.cpp.
@@ -24,15 +28,25 @@ void require(bool holds, std::string_view what);
 /// from a space for 1 on, in turn. One piece if that line is empty.
 std::vector<std::string_view> pieces(std::string_view input);
 
-/// All that the pieces hold.
-std::string joined(const std::vector<std::string_view>& pieces);
-
 /// What a fatal error becomes in targets that have `FatalErrors.cpp`, where it may be right.
 struct FatalError {
   std::string why;
 };
 
-/// The descriptor that the next `open` would give: it rises when one leaks.
-int nextDescriptor();
+/// Aborts when there are more descriptors or children at its end than at its beginning.
+class LeakCheck {
+ public:
+  LeakCheck() = default;
+  LeakCheck(const LeakCheck&) = delete;
+  LeakCheck& operator=(const LeakCheck&) = delete;
+  ~LeakCheck() {
+    const test::Footprint now = test::footprintOf(getpid());
+    require(now.descriptors <= before_.descriptors, "a descriptor leaks");
+    require(now.children <= before_.children, "a process is left");
+  }
+
+ private:
+  test::Footprint before_ = test::footprintOf(getpid());
+};
 
 }  // namespace tervain::fuzz

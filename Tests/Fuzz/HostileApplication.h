@@ -1,46 +1,48 @@
 #pragma once
 
-#include <systemd/sd-bus.h>
+#include <sys/types.h>
 
-#include <memory>
+#include <deque>
 #include <string>
-#include <vector>
+#include <thread>
 
-#include "Fuzz/Bytes.h"
-#include "VMAgentCore/UniqueFD.h"
+#include "VMAgentCore/System.h"
 
 namespace tervain::fuzz {
 
-/// An accessibility bus, its registry, and one application on it that answers what an input tells
-/// it to. The bus is honest, the application is not.
+/// An accessibility bus, its registry, and one application on it that answers, on a thread of its
+/// own, what an input tells it to. The bus is honest, the application is not.
 ///
-/// Every answer of the application begins with a byte that says what kind of answer it is, as the
-/// functions of `Answers` do. At the end of the input it knows nothing any more, so that every walk
-/// comes to an end.
+/// Every answer is a line, of words with a space between them. They are the values of what an
+/// honest application would answer; an array goes on to the end of its line. Some are special:
+///
+///     *9 WORD...        first: the words that follow, nine times over
+///     ~9                nine letters, after a slash
+///     #                 a path unlike any before
+///     $                 the address of the bus
+///
+/// And so are some lines. After the last one the application knows nothing any more, so that every
+/// walk comes to an end.
+///
+///     =TYPES WORD...    values of other types than asked for
+///     ?NAME             the error org.freedesktop.DBus.Error.NAME
+///     +LINE             a signal, then the answer that the line is
+///     !                 the application goes away
 class HostileApplication {
  public:
-  static constexpr std::uint32_t pid = 42;
+  static constexpr pid_t pid = 42;
 
-  /// Opens the bus; its address is in the environment from then on.
-  HostileApplication();
+  /// Opens the bus, for all applications, and puts its address into the environment.
+  static void openBus();
 
-  /// Answers until there is something to read on the descriptor.
-  void serve(Bytes& input, int until);
-
-  /// Closes the connections that the other side has not closed.
-  void disconnect() { connections_.clear(); }
+  explicit HostileApplication(std::deque<std::string> answers);
+  ~HostileApplication();
+  HostileApplication(const HostileApplication&) = delete;
+  HostileApplication& operator=(const HostileApplication&) = delete;
 
  private:
-  struct CloseBus {
-    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-  };
-
-  void accept();
-  [[nodiscard]] bool answerAll(sd_bus* connection, Bytes& input) const;
-
-  std::string address_;
-  UniqueFD listener_;
-  std::vector<std::unique_ptr<sd_bus, CloseBus>> connections_;
+  System::Pipe end_ = System::makePipe();  // told by closing it
+  std::thread thread_;
 };
 
 }  // namespace tervain::fuzz

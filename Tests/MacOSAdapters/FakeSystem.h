@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <sstream>
 #include <string>
@@ -13,24 +12,18 @@
 #include <variant>
 #include <vector>
 
+#include "Platform/Geometry.h"
+
 /// What is behind the functions of the folder Fakes, which stand in for those that the macOS port
 /// calls. References are counted: a test fails that uses an object after its release, releases one
 /// too often, or leaves one behind.
 namespace tervain::Fake {
 
+using Platform::Point;
+using Platform::Size;
 using Reference = const void*;
 
 enum Type : unsigned long { array, boolean, date, element, event, number, string, url, value };
-
-struct Point {
-  double x;
-  double y;
-};
-
-struct Size {
-  double width;
-  double height;
-};
 
 /// The byte 0xFF in a text stands for half a surrogate pair. A URL is a string, maybe followed by
 /// that of its base. For an element or an event, a text says what it is.
@@ -43,33 +36,40 @@ struct Object {
   int references = 1;
 };
 
-template <class... Parts>
-std::string line(const Parts&... parts) {
-  std::ostringstream all;
-  (all << ... << parts);
-  return all.str();
-}
-
-/// What a function gives: an object, if one can be made, and whatever that is, a code.
+/// What a function gives: an object, or none, and whatever that is, a code.
 struct Answer {
-  std::function<Reference()> makeObject = [] { return nullptr; };
+  Reference object = nullptr;
   std::int32_t code = 0;
 
   template <class Code, class Ref>
   Code give(Ref* out) const {
-    *out = static_cast<Ref>(makeObject());
+    *out = static_cast<Ref>(object);
     return static_cast<Code>(code);
   }
 };
+
+/// Parts with a space between them.
+template <class... Parts>
+std::string line(const Parts&... parts) {
+  std::ostringstream all;
+  const char* gap = "";
+  ((all << std::exchange(gap, " ") << parts), ...);
+  return all.str();
+}
 
 /// How the system behaves while this lives, and what was asked of it. There is one at a time.
 struct System {
   System() { current = this; }
   System(const System&) = delete;
   System& operator=(const System&) = delete;
-  ~System();
-
-  static inline System* current = nullptr;
+  ~System() {
+    for (const Object& left : objects) {
+      EXPECT_EQ(left.references, 0) << "an object of type " << left.type << " is left";
+    }
+    for (const auto& [text, left] : constants) {
+      EXPECT_EQ(left.references, 1) << text;
+    }
+  }
 
   template <class... Parts>
   std::int32_t request(const Parts&... parts) {
@@ -77,18 +77,17 @@ struct System {
     return result;
   }
 
-  std::map<std::string, Answer> attributes;
-  Answer actionNames;
-  Answer elementAtPosition;
-  std::int32_t result = 0;  // of requests that have nothing else to give
+  std::map<std::string, Answer> answers;  // for attributes, by name, and for what has no name
+  std::int32_t result = 0;                // of requests that have nothing else to give
   bool isSettable = false;
   bool createsObjects = true;
   std::vector<std::uint32_t> displays;  // none when the list can't be had
   Point pointer{};
-  std::map<std::string, bool> grants;
+  std::string grant;  // the only one
 
   std::vector<std::string> requests;
   std::deque<Object> objects;
+  static inline System* current = nullptr;
   static inline std::map<std::string, Object> constants;  // which it keeps for ever, by their texts
 };
 
@@ -97,12 +96,18 @@ inline System& system() {
 }
 
 /// An object with one reference, which the caller owns. What it holds is its own from now on.
-inline Reference make(Type type, Content content) {
+inline void* make(Type type, Content content) {
   return &system().objects.emplace_back(Object{type, std::move(content)});
 }
 
 inline Reference constant(Type type, const std::string& text) {
   return &System::constants.try_emplace(text, Object{type, text}).first->second;
+}
+
+/// What a Create function gives: a new object, or null when the system is to fail.
+template <class Ref>
+Ref create(Type type, Content content) {
+  return system().createsObjects ? static_cast<Ref>(make(type, std::move(content))) : nullptr;
 }
 
 inline Object& object(Reference reference) {
@@ -120,22 +125,12 @@ inline void release(Reference reference) {
   }
 }
 
-inline System::~System() {
-  for (const Object& left : objects) {
-    EXPECT_EQ(left.references, 0) << "an object of type " << left.type << " is left";
-  }
-  for (const auto& [text, left] : constants) {
-    EXPECT_EQ(left.references, 1) << text;
-  }
-}
-
-template <class T>
-T& content(Reference reference) {
-  return std::get<T>(object(reference).content);
-}
-
 inline std::string& text(Reference reference) {
-  return content<std::string>(reference);
+  return std::get<std::string>(object(reference).content);
+}
+
+inline const std::vector<Reference>& items(Reference reference) {
+  return std::get<std::vector<Reference>>(object(reference).content);
 }
 
 /// Copies the content if it is a T.
@@ -146,14 +141,6 @@ bool copyContent(Reference reference, void* to) {
     *static_cast<T*>(to) = *held;
   }
   return held != nullptr;
-}
-
-/// What a Create function gives: a new object, or null when the system is to fail.
-template <class Ref>
-Ref create(Type type, Content content) {
-  return system().createsObjects ? static_cast<Ref>(const_cast<void*>(  // NOLINT(*-const-cast)
-                                       make(type, std::move(content))))
-                                 : nullptr;
 }
 
 }  // namespace tervain::Fake

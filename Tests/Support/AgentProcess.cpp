@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -37,21 +38,16 @@ std::size_t entriesOf(const std::string& dir) {
 }  // namespace
 
 AgentProcess::AgentProcess(const Options& options) : socket_(dir_.path("agent.sock")) {
+  const Environment environment = cleanEnvironment(options.environment);
   std::vector<std::string> command{SERVE_UNIX_PATH, socket_};
+  if (std::getenv("TERVAIN_TEST_VSOCK")) {
+    const auto port = environment.find("TERVAIN_AGENT_PORT");
+    vsockPort_ = port == environment.end() ? AgentWire::port
+                                           : static_cast<std::uint32_t>(std::stoul(port->second));
+    command.clear();
+  }
   command.insert(command.end(), options.prefix.begin(), options.prefix.end());
   command.emplace_back(AGENT_PATH);
-  start(command, cleanEnvironment(options.environment));
-}
-
-AgentProcess::AgentProcess(std::uint32_t vsockPort) : vsockPort_(vsockPort) {
-  Environment environment = cleanEnvironment({});
-  if (vsockPort != AgentWire::port) {
-    environment["TERVAIN_AGENT_PORT"] = std::to_string(vsockPort);
-  }
-  start({AGENT_PATH}, environment);
-}
-
-void AgentProcess::start(const std::vector<std::string>& command, const Environment& environment) {
   program_.emplace(command, environment, Program::Errors::kept);
   // The socket may exist before the agent does; a reply shows that the agent serves it.
   connect().ask(R"({"op":"ping"})");

@@ -31,9 +31,12 @@ Footprint footprintOf(pid_t process);
 
 void PrintTo(const Footprint& footprint, std::ostream* out);
 
-/// The real executable, serving a Unix socket that was handed over to it, or a vsock port. Its
-/// environment is this process's without a display or buses, with the system shell for commands,
-/// and with what the test adds. It is ended, and waited for, with this object.
+/// The real executable, serving a Unix socket that was handed over to it. Its environment is this
+/// process's without a display or buses, with the system shell for commands, and with what the test
+/// adds. It is ended, and waited for, with this object.
+///
+/// Where `TERVAIN_TEST_VSOCK` is set, on a machine that has a vsock loopback, it opens its own
+/// listener instead.
 class AgentProcess {
  public:
   /// How the executable is started: these words come before its path.
@@ -43,9 +46,6 @@ class AgentProcess {
   };
 
   explicit AgentProcess(const Options& options = {});
-
-  /// Lets it open its own listener, on a vsock port of a machine that has a vsock loopback.
-  explicit AgentProcess(std::uint32_t vsockPort);
 
   [[nodiscard]] Peer connect() const {
     return vsockPort_ ? Peer::connect(*vsockPort_) : Peer::connect(socket_);
@@ -65,8 +65,6 @@ class AgentProcess {
   [[nodiscard]] std::size_t residentBytes() const;
 
  private:
-  void start(const std::vector<std::string>& command, const Environment& environment);
-
   TempDir dir_;
   std::string socket_;
   std::optional<std::uint32_t> vsockPort_;

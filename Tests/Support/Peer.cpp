@@ -5,6 +5,8 @@
 #include <sys/un.h>
 
 #include <array>
+#include <cerrno>
+#include <system_error>
 
 #include "CVsock/cvsock.h"
 #include "VMAgentCore/Base64.h"
@@ -12,10 +14,29 @@
 
 namespace tervain::test {
 
-Peer Peer::connect(const std::string& path) {
+namespace {
+
+sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return address;
+}
+
+}  // namespace
+
+UniqueFD listenAt(const std::string& path) {
+  const sockaddr_un address = addressOf(path);
+  UniqueFD socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      listen(socket.get(), SOMAXCONN) != 0) {
+    throw std::system_error(errno, std::generic_category(), path);
+  }
+  return socket;
+}
+
+Peer Peer::connect(const std::string& path) {
+  const sockaddr_un address = addressOf(path);
   UniqueFD socket;
   eventually([&] {
     socket.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));

@@ -49,6 +49,9 @@ class Peer {
   bool ended_ = false;
 };
 
+/// A listening Unix socket.
+UniqueFD listenAt(const std::string& path);
+
 /// What came out of an exec.
 struct ExecResult {
   std::string out;

@@ -21,45 +21,45 @@ enum AXValueType : std::uint32_t { kAXValueTypeCGPoint = 1, kAXValueTypeCGSize =
 #define kAXChildrenAttribute CFSTR("AXChildren")
 
 inline Boolean AXIsProcessTrusted() {
-  return Fake::system().grants["accessibility"];
+  return Fake::system().grant == "accessibility";
 }
 
 FAKE_TYPE(AXUIElement, element)
 inline AXUIElementRef AXUIElementCreateApplication(pid_t pid) {
-  return Fake::create<AXUIElementRef>(Fake::element, Fake::line("application ", pid));
+  return Fake::create<AXUIElementRef>(Fake::element, Fake::line("application", pid));
 }
 inline AXUIElementRef AXUIElementCreateSystemWide() {
   return Fake::create<AXUIElementRef>(Fake::element, "everything");
 }
 inline AXError AXUIElementSetMessagingTimeout(AXUIElementRef element, float seconds) {
-  return AXError{Fake::system().request(Fake::text(element), " times out after ", seconds)};
+  return AXError{Fake::system().request(Fake::text(element), "times out after", seconds)};
 }
 inline AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef name,
                                              CFTypeRef* value) {
   Fake::object(element);
-  return Fake::system().attributes.at(Fake::text(name)).give<AXError>(value);
+  return Fake::system().answers.at(Fake::text(name)).give<AXError>(value);
 }
 inline AXError AXUIElementCopyActionNames(AXUIElementRef element, CFArrayRef* names) {
   Fake::object(element);
-  return Fake::system().actionNames.give<AXError>(names);
+  return Fake::system().answers["action names"].give<AXError>(names);
 }
 inline AXError AXUIElementCopyElementAtPosition(AXUIElementRef application, float x, float y,
                                                 AXUIElementRef* element) {
-  Fake::system().request("at ", x, ",", y, " of ", Fake::text(application));
-  return Fake::system().elementAtPosition.give<AXError>(element);
+  Fake::system().request("at", x, y, "of", Fake::text(application));
+  return Fake::system().answers["element at position"].give<AXError>(element);
 }
 inline AXError AXUIElementPerformAction(AXUIElementRef element, CFStringRef action) {
-  return AXError{Fake::system().request(Fake::text(action), " of ", Fake::text(element))};
+  return AXError{Fake::system().request(Fake::text(action), "of", Fake::text(element))};
 }
 inline AXError AXUIElementIsAttributeSettable(AXUIElementRef element, CFStringRef name,
                                               Boolean* settable) {
   *settable = Fake::system().isSettable;
-  return AXError{Fake::system().request("set ", Fake::text(name), " of ", Fake::text(element))};
+  return AXError{Fake::system().request("set", Fake::text(name), "of", Fake::text(element))};
 }
 inline AXError AXUIElementSetAttributeValue(AXUIElementRef element, CFStringRef name,
                                             CFTypeRef value) {
-  return AXError{Fake::system().request(Fake::text(name), " of ", Fake::text(element), " = ",
-                                        Fake::text(value))};
+  return AXError{
+      Fake::system().request(Fake::text(name), "of", Fake::text(element), "=", Fake::text(value))};
 }
 
 FAKE_TYPE(AXValue, value)

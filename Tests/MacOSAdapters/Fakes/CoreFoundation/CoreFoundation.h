@@ -51,14 +51,14 @@ inline CFTypeID CFGetTypeID(CFTypeRef object) {
 }
 
 inline CFIndex CFArrayGetCount(CFArrayRef array) {
-  return static_cast<CFIndex>(Fake::content<std::vector<CFTypeRef>>(array).size());
+  return static_cast<CFIndex>(Fake::items(array).size());
 }
 inline CFTypeRef CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index) {
-  return Fake::content<std::vector<CFTypeRef>>(array).at(static_cast<std::size_t>(index));
+  return Fake::items(array).at(static_cast<std::size_t>(index));
 }
 
 inline Boolean CFBooleanGetValue(CFBooleanRef boolean) {
-  return Fake::content<bool>(boolean);
+  return std::get<bool>(Fake::object(boolean).content);
 }
 
 inline Boolean CFNumberIsFloatType(CFNumberRef number) {
@@ -78,19 +78,20 @@ inline CFStringRef CFStringCreateWithBytes(CFAllocatorRef /*allocator*/, const U
                                            Boolean /*isExternalRepresentation*/) {
   return Fake::create<CFStringRef>(Fake::string, std::string(bytes, bytes + count));
 }
-inline CFIndex CFStringGetLength(CFStringRef string) {
+inline std::string withSubstitute(CFStringRef string, char substitute) {
   std::string text = Fake::text(string);
-  std::replace(text.begin(), text.end(), '\xFF', '?');
-  return static_cast<CFIndex>(tervain::utf16(text).size());
+  std::replace(text.begin(), text.end(), '\xFF', substitute);
+  return text;
+}
+inline CFIndex CFStringGetLength(CFStringRef string) {
+  return static_cast<CFIndex>(tervain::utf16(withSubstitute(string, '?')).size());
 }
 inline CFIndex CFStringGetBytes(CFStringRef string, CFRange all, CFStringEncoding /*encoding*/,
                                 UInt8 lossByte, Boolean /*isExternalRepresentation*/, UInt8* buffer,
-                                CFIndex maxBufferLength, CFIndex* usedLength) {
-  std::string text = Fake::text(string);
-  std::replace(text.begin(), text.end(), '\xFF', static_cast<char>(lossByte));
+                                CFIndex room, CFIndex* usedLength) {
+  const std::string text = withSubstitute(string, static_cast<char>(lossByte));
   if (buffer) {
-    const auto room = static_cast<std::size_t>(maxBufferLength);
-    std::copy_n(text.begin(), std::min(text.size(), room), buffer);
+    std::copy_n(text.begin(), std::min(text.size(), static_cast<std::size_t>(room)), buffer);
   }
   if (usedLength) {
     *usedLength = static_cast<CFIndex>(text.size());
@@ -100,12 +101,12 @@ inline CFIndex CFStringGetBytes(CFStringRef string, CFRange all, CFStringEncodin
 
 inline CFURLRef CFURLCopyAbsoluteURL(CFURLRef url) {
   std::string absolute;
-  for (const CFTypeRef part : Fake::content<std::vector<CFTypeRef>>(url)) {
+  for (const CFTypeRef part : Fake::items(url)) {
     absolute.insert(0, Fake::text(part));
   }
   const auto string = Fake::create<CFTypeRef>(Fake::string, absolute);
   return string ? Fake::create<CFURLRef>(Fake::url, std::vector{string}) : nullptr;
 }
 inline CFStringRef CFURLGetString(CFURLRef url) {
-  return static_cast<CFStringRef>(Fake::content<std::vector<CFTypeRef>>(url).front());
+  return static_cast<CFStringRef>(Fake::items(url).front());
 }

@@ -17,41 +17,42 @@ enum CGEventField : std::uint32_t { kCGMouseEventClickState = 1 };
 enum CGEventTapLocation : std::uint32_t { kCGHIDEventTap = 0, kCGSessionEventTap = 1 };
 enum CGScrollEventUnit : std::uint32_t { kCGScrollEventUnitPixel = 0, kCGScrollEventUnitLine = 1 };
 
-inline CGEventRef fakeEvent(CGEventSourceRef source, const std::string& what) {
-  return Fake::create<CGEventRef>(Fake::event, (source ? "of a source: " : "") + what);
+template <class... Parts>
+CGEventRef fakeEvent(CGEventSourceRef source, const Parts&... what) {
+  return Fake::create<CGEventRef>(Fake::event,
+                                  (source ? "of a source: " : "") + Fake::line(what...));
 }
 inline CGEventRef CGEventCreate(CGEventSourceRef source) {
   return fakeEvent(source, "nothing");
 }
 inline CGEventRef CGEventCreateMouseEvent(CGEventSourceRef source, CGEventType type, CGPoint at,
                                           CGMouseButton button) {
-  return fakeEvent(source, Fake::line("mouse ", type, " at ", at.x, ",", at.y, " by ", button));
+  return fakeEvent(source, "mouse", type, "at", at.x, at.y, "by", button);
 }
-inline CGEventRef CGEventCreateScrollWheelEvent2(CGEventSourceRef source, CGScrollEventUnit unit,
-                                                 std::uint32_t wheels, std::int32_t wheel1,
-                                                 std::int32_t wheel2, std::int32_t wheel3) {
-  return fakeEvent(source, Fake::line("scroll by unit ", unit, ", ", wheels, " wheels: ", wheel1,
-                                      " ", wheel2, " ", wheel3));
+template <class... Numbers>
+CGEventRef CGEventCreateScrollWheelEvent2(CGEventSourceRef source, CGScrollEventUnit unit,
+                                          std::uint32_t wheels, Numbers... each) {
+  return fakeEvent(source, "scroll by unit", unit, "with", wheels, "wheels by", each...);
 }
 inline CGEventRef CGEventCreateKeyboardEvent(CGEventSourceRef source, UniChar key, bool down) {
-  return fakeEvent(source, Fake::line("key ", key, down ? " down" : " up"));
+  return fakeEvent(source, "key", key, down ? "down" : "up");
 }
 inline CGPoint CGEventGetLocation(CGEventRef event) {
   return Fake::text(event) == "nothing" ? Fake::system().pointer : CGPoint{};
 }
 inline void CGEventSetIntegerValueField(CGEventRef event, CGEventField field, std::int64_t value) {
-  Fake::text(event) += Fake::line(", field ", field, " = ", value);
+  Fake::text(event) += Fake::line(" field", field, "=", value);
 }
 inline void CGEventSetFlags(CGEventRef event, CGEventFlags flags) {
-  Fake::text(event) += Fake::line(", flags ", std::uint64_t{flags});
+  Fake::text(event) += Fake::line(" flags", std::uint64_t{flags});
 }
 inline void CGEventKeyboardSetUnicodeString(CGEventRef event, unsigned long length,
                                             const UniChar* units) {
-  Fake::text(event) += ", units";
-  std::for_each_n(units, length, [&](UniChar u) { Fake::text(event) += Fake::line(" ", u); });
+  Fake::text(event) += " units";
+  std::for_each_n(units, length, [&](UniChar u) { Fake::text(event) += ' ' + std::to_string(u); });
 }
 inline void CGEventPost(CGEventTapLocation tap, CGEventRef event) {
-  Fake::system().request("tap ", tap, ": ", Fake::text(event));
+  Fake::system().request("tap", tap, Fake::text(event));
 }
 
 inline CGError CGGetActiveDisplayList(std::uint32_t limit, CGDirectDisplayID* ids,
@@ -75,8 +76,8 @@ inline std::uint32_t CGDisplayIsMain(CGDirectDisplayID id) {
 }
 
 inline bool CGPreflightScreenCaptureAccess() {
-  return Fake::system().grants["capture"];
+  return Fake::system().grant == "capture";
 }
 inline bool CGPreflightPostEventAccess() {
-  return Fake::system().grants["post"];
+  return Fake::system().grant == "post";
 }
