@@ -107,6 +107,31 @@ TEST_F(Faults, ManyConnectionsAndCommandsAtOnce) {
   }
 }
 
+TEST_F(Faults, FiveMegabytesPassByteForByte) {
+  // No more is under way than a pipe holds: what a command is slow to take the agent drops.
+  constexpr std::size_t window = 65'536;
+  constexpr std::size_t piece = 8192;
+  std::string data(5'000'000, '\0');
+  std::generate(data.begin(), data.end(), [value = 1U]() mutable {
+    value = value * 1'103'515'245 + 12'345;
+    return static_cast<char>(value >> 16U);
+  });
+  Peer host = agent_.connect();
+  host.send(execLine("cat"));
+  std::string echoed;
+  for (std::size_t sent = 0; echoed.size() < data.size();) {
+    for (; sent < data.size() && sent + piece <= echoed.size() + window; sent += piece) {
+      host.send(stdinFrame(std::string_view(data).substr(sent, piece)));
+    }
+    const auto output = decodeBase64(host.readJson().value("d", ""));
+    ASSERT_TRUE(output && !output->empty()) << echoed.size() << " bytes came back";
+    echoed += *output;
+  }
+  EXPECT_TRUE(echoed == data);
+  host.send("{\"t\":\"eof\"}\n");
+  EXPECT_EQ(readExec(host).code, 0);
+}
+
 TEST_F(Faults, MemoryComesBackAfterLargeRequests) {
   const std::string large = R"({"op":")" + std::string(4'000'000, 'x') + "\"}";
   std::size_t before = 0;
