@@ -13,7 +13,7 @@ class AutoreleasePool {
   ~AutoreleasePool();
 
  private:
-  [[maybe_unused]] void* pool_;  ///< the system's token; null where it has no such pools
+  [[maybe_unused]] void* pool_ = nullptr;  ///< the system's token; null where it has no such pools
 };
 
 }  // namespace tervain::Platform

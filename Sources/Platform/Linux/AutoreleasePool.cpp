@@ -2,7 +2,8 @@
 
 namespace tervain::Platform {
 
-AutoreleasePool::AutoreleasePool() : pool_(nullptr) {}
+AutoreleasePool::AutoreleasePool() = default;
+// NOLINTNEXTLINE(performance-trivially-destructible): other ports have something to do here
 AutoreleasePool::~AutoreleasePool() = default;
 
 }  // namespace tervain::Platform
