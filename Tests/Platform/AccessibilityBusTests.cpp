@@ -19,11 +19,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct CloseBus {
-  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-};
-using Bus = std::unique_ptr<sd_bus, CloseBus>;
-
 /// An application that has a connection of its own for those who want to look at it, and does
 /// something to it for each message that comes.
 class Application {
@@ -119,7 +114,7 @@ TEST(AccessibilityBus, EndsItsWaitsWhateverAnApplicationSends) {
        {Case{sendSignalsWithoutEnd, 100ms, 1h}, Case{answerAtOnce, 1h, 100ms}}) {
     std::signal(SIGPIPE, SIG_IGN);
     const Application application(behaviour);
-    const auto connection = Connection::toApplication(application.address(), test::patience);
+    const auto connection = Connection::toApplication(application.address(), 1, test::patience);
     ASSERT_TRUE(connection);
     int handled = 0;
     askOn(*connection, handled);
