@@ -164,6 +164,19 @@ TEST_P(TypingTest, TypesEveryScriptOnEveryLayout) {
   editor.signal(SIGKILL);  // told to end, it may ask whether to save
 }
 
+TEST_F(InputDesktopTest, SelectsAWordByTwoClicksThenCopiesAndPastesIt) {
+  const Program editor({"mousepad", "--disable-server"});
+  witness_.awaitActive(editor.pid());
+  type("erstes zweites");
+  const Json frame = awaitNode(host_, editor, "AXTextArea", "erstes zweites")["frame"];
+  act("click",
+      {{"x", frame["x"].get<int>() + 20}, {"y", frame["y"].get<int>() + 10}, {"count", 2}});
+  for (const char* const chord : {"ctrl+c", "end", "ctrl+v"}) {
+    press(chord);
+  }
+  EXPECT_TRUE(awaitNode(host_, editor, "AXTextArea", "erstes zweiteserstes").is_object());
+}
+
 TEST_F(InputDesktopTest, TypesFromManyConnectionsAtOnce) {
   const Program editor({"mousepad", "--disable-server"});
   witness_.awaitActive(editor.pid());

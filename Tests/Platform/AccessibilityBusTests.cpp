@@ -86,7 +86,7 @@ TEST(AccessibilityBus, EndsItsWaitsWhateverAnApplicationSends) {
       cases[] = {{sendSignalsWithoutEnd, 100ms, 1h}, {answerAtOnce, 1h, 100ms}};
   for (const auto& [behaviour, silence, limit] : cases) {
     const Application application(behaviour);
-    const auto connection = Connection::toApplication(application.address(), test::patience);
+    const auto connection = Connection::toApplication(application.address(), 1, test::patience);
     ASSERT_TRUE(connection);
     int handled = 0;
     askOn(*connection, handled);

@@ -224,6 +224,11 @@ bool clips(std::uint32_t role) {
   return isOneOf(role, roles);
 }
 
+bool holdsCells(std::uint32_t role) {
+  constexpr std::array<std::uint32_t, 4> roles{table, tableCell, tree, treeTable};
+  return isOneOf(role, roles);
+}
+
 bool isAdjustable(std::uint32_t role) {
   constexpr std::uint32_t dial = 15;
   return role == slider || role == spinButton || role == scrollBar || role == dial ||

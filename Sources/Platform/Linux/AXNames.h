@@ -107,6 +107,9 @@ bool isPassive(std::uint32_t role);
 /// Menus and boxes that pop something up don't.
 bool clips(std::uint32_t role);
 
+/// Whether what is in an element of this role is mostly cells.
+bool holdsCells(std::uint32_t role);
+
 /// Whether an element of this role lets its user choose a number.
 bool isAdjustable(std::uint32_t role);
 

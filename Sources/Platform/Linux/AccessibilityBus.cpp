@@ -1,8 +1,12 @@
 #include "Platform/Linux/AccessibilityBus.h"
 
+#include <poll.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <span>
 #include <string_view>
 
 namespace tervain::AccessibilityBus {
@@ -17,19 +21,39 @@ constexpr std::size_t window = 128;
 
 constexpr const char* properties = "org.freedesktop.DBus.Properties";
 
-/// Lets the bus work until `done` holds. False when the time is up or the connection breaks. Unlike
+/// Waits until there is something to do for one of the buses, or the time is up.
+bool awaitWork(std::span<const Bus> buses, Clock::duration limit) {
+  std::vector<pollfd> sockets;
+  for (const Bus& bus : buses) {
+    const int events = sd_bus_get_events(bus.get());
+    if (events < 0) {
+      return false;
+    }
+    sockets.push_back({sd_bus_get_fd(bus.get()), static_cast<short>(events), 0});
+  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(limit).count();
+  return poll(sockets.data(), sockets.size(), static_cast<int>(left)) >= 0 || errno == EINTR;
+}
+
+/// Lets the buses work until `done` holds. False when the time is up or one of them breaks. Unlike
 /// sd_bus_call, which waits for the connection to be set up for as long as that takes.
 template <class Condition>
-bool runUntil(sd_bus* bus, Clock::time_point deadline, Condition done) {
+bool runUntil(std::span<const Bus> buses, Clock::time_point deadline, Condition done) {
   while (!done()) {
-    const int progress = sd_bus_process(bus, nullptr);
-    const auto left =
-        std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now()).count();
+    bool progress = false;
+    for (const Bus& bus : buses) {
+      const int result = sd_bus_process(bus.get(), nullptr);
+      if (result < 0) {
+        return done();
+      }
+      progress = progress || result > 0;
+    }
     // There is progress for as long as anybody cares to send us signals.
-    if (progress < 0 || left <= 0) {
+    const auto left = deadline - Clock::now();
+    if (left <= Clock::duration::zero()) {
       return done();
     }
-    if (progress == 0 && sd_bus_wait(bus, static_cast<std::uint64_t>(left)) < 0) {
+    if (!progress && !awaitWork(buses, left)) {
       return false;
     }
   }
@@ -69,7 +93,7 @@ std::string askSessionBus(Clock::time_point deadline) {
     return {};
   }
   Told told;  // must outlive the bus
-  const std::unique_ptr<sd_bus, decltype(&sd_bus_close_unref)> bus(opened, sd_bus_close_unref);
+  const Bus bus(opened);
   const int asked = sd_bus_call_method_async(bus.get(), nullptr, "org.a11y.Bus", "/org/a11y/bus",
                                              "org.a11y.Bus", "GetAddress", keepAddress, &told, "");
   const int announced = sd_bus_call_method_async(
@@ -78,7 +102,7 @@ std::string askSessionBus(Clock::time_point deadline) {
   if (asked < 0 || announced < 0) {
     return {};
   }
-  runUntil(bus.get(), deadline, [&told] { return told.answers == 2; });
+  runUntil({&bus, 1}, deadline, [&told] { return told.answers == 2; });
   return told.address;
 }
 
@@ -147,47 +171,64 @@ Connection* Connection::ofThisThread() {
   if (!connection || !connection->usable()) {
     connection.reset();
     const Clock::time_point deadline = Clock::now() + openLimit;
-    connection = open(addressOfBus(deadline), With::bus, deadline);
+    connection = open(addressOfBus(deadline), With::bus, /*lanes=*/1, deadline);
   }
   return connection.get();
 }
 
-std::unique_ptr<Connection> Connection::toApplication(const std::string& address,
+std::unique_ptr<Connection> Connection::toApplication(const std::string& address, std::size_t lanes,
                                                       std::chrono::milliseconds limit) {
   // The application chose the address. Other kinds than a socket could start a program.
   if (!address.starts_with("unix:") || address.find(';') != std::string::npos) {
     return nullptr;
   }
-  return open(address, With::application, Clock::now() + limit);
+  return open(address, With::application, lanes, Clock::now() + limit);
 }
 
 std::unique_ptr<Connection> Connection::open(const std::string& address, With peer,
-                                             Clock::time_point deadline) {
-  sd_bus* made = nullptr;
-  if (address.empty() || sd_bus_new(&made) < 0) {
+                                             std::size_t lanes, Clock::time_point deadline) {
+  if (address.empty()) {
     return nullptr;
   }
-  std::unique_ptr<Connection> connection(new Connection(made));
-  // Nothing sends us descriptors for a good reason, and enough of them would leave us none.
-  if (sd_bus_negotiate_fds(made, 0) < 0 || sd_bus_set_address(made, address.c_str()) < 0 ||
-      sd_bus_set_bus_client(made, peer == With::bus ? 1 : 0) < 0 || sd_bus_start(made) < 0) {
-    return nullptr;
+  std::unique_ptr<Connection> connection(new Connection);
+  std::vector<Bus>& buses = connection->buses_;
+  while (buses.size() < lanes) {
+    sd_bus* made = nullptr;
+    if (sd_bus_new(&made) < 0) {
+      return nullptr;
+    }
+    buses.emplace_back(made);
+    // Nothing sends us descriptors for a good reason, and enough of them would leave us none.
+    if (sd_bus_negotiate_fds(made, 0) < 0 || sd_bus_set_address(made, address.c_str()) < 0 ||
+        sd_bus_set_bus_client(made, peer == With::bus ? 1 : 0) < 0 || sd_bus_start(made) < 0) {
+      return nullptr;
+    }
   }
   // Ready means that the other side has answered our greeting.
-  const bool ready = runUntil(made, deadline, [made] { return sd_bus_is_ready(made) > 0; });
+  const bool ready = runUntil(buses, deadline, [&buses] {
+    return std::all_of(buses.begin(), buses.end(),
+                       [](const Bus& bus) { return sd_bus_is_ready(bus.get()) > 0; });
+  });
   return ready ? std::move(connection) : nullptr;
 }
 
 Connection::~Connection() = default;
 
 bool Connection::usable() const {
-  return !broken_ && sd_bus_is_open(bus_.get()) > 0;
+  return !broken_ && isOpen();
+}
+
+bool Connection::isOpen() const {
+  return std::all_of(buses_.begin(), buses_.end(),
+                     [](const Bus& bus) { return sd_bus_is_open(bus.get()) > 0; });
 }
 
 Message Connection::method(const Object& object, const char* interface, const char* member) const {
   sd_bus_message* made = nullptr;
-  sd_bus_message_new_method_call(bus_.get(), &made, object.bus.c_str(), object.path.c_str(),
-                                 interface, member);
+  // All about one object goes the same way, so that it is answered in the order of the questions.
+  sd_bus* const bus = buses_[std::hash<std::string_view>()(object.path) % buses_.size()].get();
+  sd_bus_message_new_method_call(bus, &made, object.bus.c_str(), object.path.c_str(), interface,
+                                 member);
   return Message(made);
 }
 
@@ -231,10 +272,10 @@ Outcome Connection::work(std::chrono::milliseconds silence, Clock::time_point de
   Clock::time_point lastReply = Clock::now();
   for (;;) {
     send();
-    const bool progress = runUntil(bus_.get(), std::min(lastReply + silence, deadline),
+    const bool progress = runUntil(buses_, std::min(lastReply + silence, deadline),
                                    [this] { return !replied_.empty() || sent_.empty(); });
     if (!progress) {
-      broken_ = sd_bus_is_open(bus_.get()) <= 0;
+      broken_ = !isOpen();
       return broken_ ? Outcome::noBus : Outcome::timedOut;
     }
     if (!handleReplies() && queued_.empty()) {
@@ -254,9 +295,10 @@ void Connection::send() {
     Call& call = sent_.back();
     sd_bus_slot* slot = nullptr;
     constexpr std::uint64_t never = UINT64_MAX;  // we watch the time ourselves
-    const int result = call.message ? sd_bus_call_async(bus_.get(), &slot, call.message.get(),
-                                                        keepReply, &call, never)
-                                    : -1;
+    const int result = call.message
+                           ? sd_bus_call_async(sd_bus_message_get_bus(call.message.get()), &slot,
+                                               call.message.get(), keepReply, &call, never)
+                           : -1;
     call.slot.reset(slot);
     call.message.reset();
     if (result < 0) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 /// The bus on which applications show their accessibility trees.
 namespace tervain::AccessibilityBus {
@@ -33,6 +34,11 @@ struct UnrefMessage {
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
 using Message = std::unique_ptr<sd_bus_message, UnrefMessage>;
+
+struct CloseBus {
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+};
+using Bus = std::unique_ptr<sd_bus, CloseBus>;
 
 /// How much of a text is taken from an answer, in bytes: more than anybody is shown of it, for an
 /// application could send a hundred megabytes.
@@ -80,7 +86,7 @@ struct Object {
 using Handler = std::function<void(const Answer&)>;
 
 /// A connection to the bus, for one thread. Calls are queued, sent many at a time, and handled as
-/// their answers come.
+/// their answers come; those about one object are answered in order.
 class Connection {
  public:
   /// The calling thread's connection, which is kept for as long as it works. Null when there is no
@@ -88,8 +94,9 @@ class Connection {
   static Connection* ofThisThread();
 
   /// A connection straight to an application, past the bus, which nearly halves what a call costs.
-  /// Null when the application does not accept it in time.
-  static std::unique_ptr<Connection> toApplication(const std::string& address,
+  /// It has several lanes: a turn of the application's main loop, which costs about as much as an
+  /// answer, serves one question of each. Null when the application does not accept it in time.
+  static std::unique_ptr<Connection> toApplication(const std::string& address, std::size_t lanes,
                                                    std::chrono::milliseconds limit);
 
   Connection(const Connection&) = delete;
@@ -116,9 +123,6 @@ class Connection {
                 Clock::time_point deadline = Clock::time_point::max());
 
  private:
-  struct CloseBus {
-    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-  };
   struct UnrefSlot {
     void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
   };
@@ -130,18 +134,19 @@ class Connection {
   };
   using Calls = std::list<Call>;
 
-  explicit Connection(sd_bus* bus) : bus_(bus) {}
+  Connection() = default;
   enum class With { bus, application };
-  static std::unique_ptr<Connection> open(const std::string& address, With peer,
+  static std::unique_ptr<Connection> open(const std::string& address, With peer, std::size_t lanes,
                                           Clock::time_point deadline);
   [[nodiscard]] bool usable() const;
+  [[nodiscard]] bool isOpen() const;
   static int keepReply(sd_bus_message* reply, void* userdata, sd_bus_error* error);
   void send();
   bool handleReplies();
   void giveUp(Outcome outcome);
   Outcome work(std::chrono::milliseconds silence, Clock::time_point deadline);
 
-  std::unique_ptr<sd_bus, CloseBus> bus_;
+  std::vector<Bus> buses_;  // the lanes, mostly one
   Calls queued_;
   Calls sent_;
   Calls replied_;

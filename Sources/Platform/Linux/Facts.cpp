@@ -20,6 +20,7 @@ namespace {
 constexpr const char* accessible = "org.a11y.atspi.Accessible";
 constexpr const char* component = "org.a11y.atspi.Component";
 constexpr const char* textInterface = "org.a11y.atspi.Text";
+constexpr const char* imageInterface = "org.a11y.atspi.Image";
 constexpr const char* editableText = "org.a11y.atspi.EditableText";
 constexpr const char* valueInterface = "org.a11y.atspi.Value";
 constexpr const char* action = "org.a11y.atspi.Action";
@@ -53,8 +54,12 @@ class Reading : public std::enable_shared_from_this<Reading> {
 
   /// First what tells whether it shows: many elements don't, and are not asked for more.
   void start() {
-    ask(connection_.method(object_, accessible, "GetState"),
-        [this](const Answer& answer) { keepStates(answer); });
+    if (asksInTurn()) {
+      AXNames::holdsCells(*wanted_.parentRole) ? askForExtents() : askForStates();
+      waves_.push_back(&Reading::goOnIfItMayShow);
+      return;
+    }
+    askForStates();
     if (!isApplication_) {
       askForExtents();
     }
@@ -101,9 +106,40 @@ class Reading : public std::enable_shared_from_this<Reading> {
   void noteFailure(Outcome outcome) {
     const bool fatal = outcome == Outcome::timedOut || outcome == Outcome::noBus ||
                        outcome == Outcome::noOwner || outcome == Outcome::noReply;
-    if (fatal || !hasStates_) {
+    if (fatal || (hasAskedForStates_ && !hasStates_)) {
       outcome_ = outcome;
     }
+  }
+
+  /// GTK 3 asks the X server where an element is, which takes as long as all else about it. So that
+  /// comes second; but for cells, which say that they show even where they are scrolled out of
+  /// view. Of tabs the role matters more.
+  [[nodiscard]] bool asksInTurn() const {
+    return facts_.toolkit == Toolkit::gtk3 && !wanted_.placeOnly && wanted_.parentRole &&
+           wanted_.parentRole != AXNames::pageTabList &&
+           (!wanted_.atOnce || AXNames::holdsCells(*wanted_.parentRole));
+  }
+
+  /// The other half of what tells whether it shows, and what most that do are asked for.
+  void goOnIfItMayShow() {
+    if (!hasAskedForStates_) {
+      if (facts_.extents && facts_.extents->areNowhere()) {
+        return;
+      }
+      askForStates();
+    } else if (facts_.shows()) {
+      askForExtents();
+    } else {
+      return;
+    }
+    askForItself();
+    waves_.push_back(&Reading::goOnIfItShows);
+  }
+
+  void askForStates() {
+    hasAskedForStates_ = true;
+    ask(connection_.method(object_, accessible, "GetState"),
+        [this](const Answer& answer) { keepStates(answer); });
   }
 
   void keepInterfaces(const Answer& answer) {
@@ -112,6 +148,7 @@ class Reading : public std::enable_shared_from_this<Reading> {
     sd_bus_message_enter_container(message, 'a', "s");
     while (sd_bus_message_read_basic(message, 's', &name) > 0) {
       const std::string_view interface = name;
+      hasImage_ = hasImage_ || interface == imageInterface;
       hasText_ = hasText_ || interface == textInterface;
       hasValue_ = hasValue_ || interface == valueInterface;
       hasActions_ = hasActions_ || interface == action;
@@ -137,7 +174,9 @@ class Reading : public std::enable_shared_from_this<Reading> {
     if (facts_.extents && facts_.extents->areNowhere()) {
       facts_.extents.reset();
     }
-    askForChildren();
+    if (!isLeafInGtk3()) {
+      askForChildren();
+    }
     if (wanted_.placeOnly) {
       return;
     }
@@ -147,6 +186,12 @@ class Reading : public std::enable_shared_from_this<Reading> {
       askForItself();
       waves_.push_back(&Reading::askForContents);
     }
+  }
+
+  /// Whether it is one of GTK 3's cells for a text or a picture, which have no children.
+  [[nodiscard]] bool isLeafInGtk3() const {
+    return facts_.toolkit == Toolkit::gtk3 && facts_.kind.role == AXNames::tableCell &&
+           (hasText_ || hasImage_);
   }
 
   void askForRole() {
@@ -353,9 +398,11 @@ class Reading : public std::enable_shared_from_this<Reading> {
   int open_ = 0;              // questions that wait for their answers
   std::deque<Wave> waves_;    // each goes out when there are no open questions
   int firstShown_ = INT_MAX;  // the index of the first child that is known to show
+  bool hasAskedForStates_ = false;
   bool hasStates_ = false;
   bool isApplication_ = false;
   bool hasAskedForItself_ = false;
+  bool hasImage_ = false;
   bool hasText_ = false;
   bool hasValue_ = false;
   bool hasActions_ = false;

@@ -9,10 +9,14 @@ namespace {
 /// How many windows may lie between the one with the focus and the top. Toolkits nest a few.
 constexpr int maxDepth = 16;
 
-/// Lets what is sent to the root window reach us too, for as long as it lives.
+/// Lets what is sent to the root window reach us too, for as long as it lives. GTK sends answers to
+/// whoever watches the windows in it, as window managers ask for; Qt to whoever watches the root
+/// window itself.
 class RootEvents {
  public:
-  explicit RootEvents(Session& x11) : x11_(x11) { select(XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY); }
+  explicit RootEvents(Session& x11) : x11_(x11) {
+    select(XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_STRUCTURE_NOTIFY);
+  }
   RootEvents(const RootEvents&) = delete;
   RootEvents& operator=(const RootEvents&) = delete;
   ~RootEvents() { select(XCB_EVENT_MASK_NO_EVENT); }
