@@ -88,9 +88,10 @@ std::optional<AXValue> textAttribute(std::string_view text) {
 /// the right, which the walk may never reach, come last.
 struct AXReader::State {
   State() : connection_(Connection::ofThisThread()) {}
-  State(const AXElement& root, const AXWalk& walk) : State() {
-    walk_ = walk;
-    timeouts_ = root.handle().wasSilent ? 1 : 0;
+  State(const AXElement& root, const AXWalk& walk)
+      : connection_(Connection::ofThisThread()),
+        walk_(walk),
+        timeouts_(root.handle().wasSilent ? 1 : 0) {
     if (root.handle().object.bus.empty()) {
       connection_ = nullptr;
       return;
@@ -108,7 +109,7 @@ struct AXReader::State {
   /// The element, read. Null when that can't be done.
   Node* read(const AXElement& element) {
     Node& node = find(element);
-    if (node.progress == Node::Progress::unread && frontier_.count(node.path) != 0) {
+    if (node.progress == Node::Progress::unread && frontier_.contains(node.path)) {
       readAhead(node);
     }
     if (node.progress == Node::Progress::unread && !hopeless()) {

@@ -46,10 +46,13 @@ class Reading : public std::enable_shared_from_this<Reading> {
  public:
   Reading(Connection& connection, const Platform::AXElement::Handle& element,
           const FactsWanted& wanted, FactsHandler done)
-      : connection_(connection), object_(element.object), wanted_(wanted), done_(std::move(done)) {
+      : connection_(connection),
+        object_(element.object),
+        isApplication_(element.window.empty()),
+        wanted_(wanted),
+        done_(std::move(done)) {
     facts_.toolkit = element.toolkit;
     facts_.kind.parentRole = wanted_.parentRole.value_or(0);
-    isApplication_ = element.window.empty();
   }
 
   /// First what tells whether it shows: many elements don't, and are not asked for more.
@@ -391,6 +394,7 @@ class Reading : public std::enable_shared_from_this<Reading> {
 
   Connection& connection_;
   Object object_;
+  bool isApplication_;
   FactsWanted wanted_;
   FactsHandler done_;
   Facts facts_;
@@ -400,7 +404,6 @@ class Reading : public std::enable_shared_from_this<Reading> {
   int firstShown_ = INT_MAX;  // the index of the first child that is known to show
   bool hasAskedForStates_ = false;
   bool hasStates_ = false;
-  bool isApplication_ = false;
   bool hasAskedForItself_ = false;
   bool hasImage_ = false;
   bool hasText_ = false;
