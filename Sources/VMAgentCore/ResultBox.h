@@ -1,7 +1,8 @@
 #pragma once
 
+#include <condition_variable>
+#include <mutex>
 #include <optional>
-#include <semaphore>
 #include <utility>
 
 #include "VMAgentCore/Deadline.h"
@@ -16,19 +17,26 @@ class ResultBox {
  public:
   /// The worker's last word, to be called once: the result, or nothing if it has none.
   void put(std::optional<T> value) {
+    const std::lock_guard lock(mutex_);
     value_ = std::move(value);
-    filled_.release();
+    isFilled_ = true;
+    filled_.notify_one();
   }
 
   /// Waits for the worker, to be called once. Nothing when it had no result, or none by then.
   std::optional<T> waitUntil(Deadline deadline) {
-    // Nothing else orders the two threads: without the semaphore the value must not be touched.
-    return filled_.try_acquire_until(deadline) ? std::move(value_) : std::nullopt;
+    std::unique_lock lock(mutex_);
+    filled_.wait_until(lock, deadline, [this] { return isFilled_; });
+    return std::exchange(value_, std::nullopt);
   }
 
  private:
+  // Not a std::binary_semaphore: with a deadline, GCC's looks at ever longer intervals whether it
+  // is free, and so comes up to a third of the wait too late.
+  std::mutex mutex_;
+  std::condition_variable filled_;
+  bool isFilled_ = false;
   std::optional<T> value_;
-  std::binary_semaphore filled_{0};
 };
 
 }  // namespace tervain
