@@ -59,7 +59,7 @@ pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> arg
   std::vector<std::string> envp;
   envp.reserve(environment.size());
   for (const auto& [key, value] : environment) {
-    envp.push_back(key + '=' + value);
+    envp.emplace_back(key).append("=").append(value);
   }
 
   FileActions actions;
