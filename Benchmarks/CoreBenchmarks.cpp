@@ -34,7 +34,7 @@ void countBytes(benchmark::State& state, std::size_t each) {
 void copyOfARead(benchmark::State& state) {
   const std::string bytes = sampleBytes();
   std::vector<char> copy(bytes.size());
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     std::memcpy(copy.data(), bytes.data(), bytes.size());
     benchmark::DoNotOptimize(copy.data());
     benchmark::ClobberMemory();
@@ -46,7 +46,7 @@ BENCHMARK(copyOfARead);
 void outputFrameOfARead(benchmark::State& state) {
   const std::string bytes = sampleBytes();
   std::string frame;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     ExecFrames::output(frame, AgentWire::Exec::stdout_, bytes);
     benchmark::DoNotOptimize(frame.data());
   }
@@ -59,7 +59,7 @@ void decodingOfARead(benchmark::State& state) {
   std::string json = "\"";
   appendBase64(json, bytes);
   const auto text = Json::parse(json + "\"").get<std::string>();
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(decodeBase64(text));
   }
   countBytes(state, bytes.size());
@@ -72,7 +72,7 @@ void linesOfPings(benchmark::State& state) {
     chunk += "{\"op\":\"ping\"}\n";
   }
   LineSplitBuffer lines;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     lines.append(chunk);
     while (const auto line = lines.next()) {
       benchmark::DoNotOptimize(line->data());
@@ -83,7 +83,7 @@ void linesOfPings(benchmark::State& state) {
 BENCHMARK(linesOfPings);
 
 void requestParsed(benchmark::State& state) {
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(parseObject(R"({"op":"click","x":100,"y":200,"count":2})"));
   }
 }

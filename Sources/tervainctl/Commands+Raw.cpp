@@ -98,8 +98,8 @@ class RawExchange {
 
 }  // namespace
 
-Action declareRaw(CLI::App&) {
-  return [](AgentConnection& connection, const Call&) {
+Action declareRaw(CLI::App& /*app*/) {
+  return [](AgentConnection& connection, const Call& /*call*/) {
     return RawExchange(std::move(connection)).run();
   };
 }
