@@ -48,6 +48,12 @@ const std::string qtExamples = "/usr/lib/x86_64-linux-gnu/qt5/examples/widgets/"
 
 std::atomic<bool> interrupted = false;
 
+/// A variable of the environment; empty when it is not set.
+std::string variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value ? value : "";
+}
+
 int pick(Random& random, int count) {
   return std::uniform_int_distribution(0, count - 1)(random);
 }
@@ -217,7 +223,7 @@ class Desktop {
   void restartX() {
     clear();
     restart(server_, "Xvfb",
-            {"Xvfb", std::getenv("DISPLAY"), "-displayfd", "1", "-screen", "0", "1920x1080x24",
+            {"Xvfb", variable("DISPLAY"), "-displayfd", "1", "-screen", "0", "1920x1080x24",
              "-nolisten", "tcp", "-noreset", "-dpi", "96"});
     static_cast<void>(server_->line());  // it serves when it has written one
     restart(manager_, "icewm", {"icewm"});
@@ -225,20 +231,21 @@ class Desktop {
 
   void restartAccessibility() {
     clear();
-    const pid_t running = accessibility_ ? accessibility_->pid() : desktops(launcher);
-    kill(running, SIGSTOP);  // so that it does not answer for a bus that has gone
-    for (const pid_t bus : childrenOf(running)) {
-      kill(bus, SIGKILL);
+    if (const pid_t running = accessibility_ ? accessibility_->pid() : desktops(launcher)) {
+      kill(running, SIGSTOP);  // so that it does not answer for a bus that has gone
+      for (const pid_t bus : childrenOf(running)) {
+        kill(bus, SIGKILL);
+      }
+      kill(running, SIGKILL);
     }
-    kill(running, SIGKILL);
     restart(accessibility_, launcher, {launcher, "--launch-immediately", "--a11y=1"});
   }
 
  private:
-  /// What the desktop has started, our own parent's child. Nothing to signal once it has ended.
+  /// What the desktop has started, our own parent's child; 0 once it has ended.
   static pid_t desktops(const std::string& name) {
     for (const pid_t pid : childrenOf(getppid())) {
-      if (textOf("/proc/" + std::to_string(pid) + "/cmdline").c_str() == name) {
+      if (textOf("/proc/" + std::to_string(pid) + "/cmdline").starts_with(name + '\0')) {
         return pid;
       }
     }
@@ -293,6 +300,7 @@ class Soak {
   Sample period(int minute, Clock::duration length) {
     const auto start = Clock::now();
     std::vector<std::thread> hosts;
+    hosts.reserve(workers);
     for (int i = 0; i < workers; ++i) {
       hosts.emplace_back([this, seed = static_cast<unsigned>(seeds_()), end = start + length] {
         Host(agent_, seed, tally_).runUntil(end);
@@ -359,23 +367,24 @@ class Soak {
   bool recovered_ = true;
   Desktop desktop_;
   AgentProcess agent_{
-      {.environment = {{"DISPLAY", std::getenv("DISPLAY")},
-                       {"DBUS_SESSION_BUS_ADDRESS", std::getenv("DBUS_SESSION_BUS_ADDRESS")},
-                       {"XDG_RUNTIME_DIR", std::getenv("XDG_RUNTIME_DIR")}},
+      {.environment = {{"DISPLAY", variable("DISPLAY")},
+                       {"DBUS_SESSION_BUS_ADDRESS", variable("DBUS_SESSION_BUS_ADDRESS")},
+                       {"XDG_RUNTIME_DIR", variable("XDG_RUNTIME_DIR")}},
        .prefix = {}}};
 };
 
 }  // namespace
 }  // namespace tervain::test
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a run without what it needs ends
 int main(int argc, char** argv) {
-  const int minutes = argc > 1 ? std::atoi(argv[1]) : 0;
+  const int minutes = argc > 1 ? static_cast<int>(std::strtol(argv[1], nullptr, 10)) : 0;
   if (minutes < 1 || !std::getenv("TERVAIN_DESKTOP")) {
     std::fputs("usage: desktop Soak MINUTES [SEED]\n", stderr);
     return EXIT_FAILURE;
   }
   const unsigned seed =
-      argc > 2 ? static_cast<unsigned>(std::atoi(argv[2])) : std::random_device()();
+      argc > 2 ? static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10)) : std::random_device()();
   std::printf("seed %u\n", seed);
   std::signal(SIGPIPE, SIG_IGN);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
