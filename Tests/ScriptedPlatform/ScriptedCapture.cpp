@@ -6,7 +6,8 @@ namespace tervain {
 namespace {
 
 std::mutex mutex;
-std::shared_ptr<const test::ScriptedCapture> current = std::make_shared<test::ScriptedCapture>();
+// Never destroyed: a capture that hung may still be under way when the process ends.
+auto& current = *new auto(std::make_shared<const test::ScriptedCapture>());
 test::AskedCapture asked;
 
 std::shared_ptr<const test::ScriptedCapture> scripted() {

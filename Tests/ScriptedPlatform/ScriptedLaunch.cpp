@@ -6,7 +6,8 @@ namespace tervain {
 namespace {
 
 std::mutex mutex;
-test::ScriptedLaunch current;
+// Never destroyed: a launch that hung may still be under way when the process ends.
+auto& current = *new test::ScriptedLaunch;
 
 test::ScriptedLaunch scripted() {
   const std::lock_guard lock(mutex);
