@@ -190,7 +190,7 @@ bool answerAll(sd_bus* connection, Answers& answers) {
 }
 
 void serve(Answers answers, int end) {
-  std::vector<test::Bus> connections;
+  std::vector<AccessibilityBus::Bus> connections;
   for (;;) {
     std::vector<pollfd> ready{{end, POLLIN, 0}, {listener(), POLLIN, 0}};
     for (const auto& connection : connections) {

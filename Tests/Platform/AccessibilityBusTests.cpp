@@ -22,7 +22,7 @@ class Application {
  public:
   explicit Application(sd_bus_message_handler_t behaviour)
       : thread_([this, behaviour] {
-          const test::Bus bus = test::acceptBus(listener_.get());
+          const AccessibilityBus::Bus bus = test::acceptBus(listener_.get());
           sd_bus_add_filter(bus.get(), nullptr, behaviour, nullptr);
           while (sd_bus_process(bus.get(), nullptr) >= 0 &&
                  sd_bus_wait(bus.get(), UINT64_MAX) >= 0) {

@@ -3,17 +3,12 @@
 #include <sys/socket.h>
 #include <systemd/sd-bus.h>
 
-#include <memory>
+#include "Platform/Linux/AccessibilityBus.h"
 
 namespace tervain::test {
 
-struct CloseBus {
-  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
-};
-using Bus = std::unique_ptr<sd_bus, CloseBus>;
-
 /// The server's end of a D-Bus connection that waits at a listening socket.
-inline Bus acceptBus(int listener) {
+inline AccessibilityBus::Bus acceptBus(int listener) {
   sd_bus* bus = nullptr;
   sd_bus_new(&bus);
   const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
@@ -21,7 +16,7 @@ inline Bus acceptBus(int listener) {
   sd_bus_set_server(bus, 1, {});
   sd_bus_set_anonymous(bus, 1);
   sd_bus_start(bus);
-  return Bus(bus);
+  return AccessibilityBus::Bus(bus);
 }
 
 }  // namespace tervain::test
