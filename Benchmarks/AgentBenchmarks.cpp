@@ -1,12 +1,16 @@
 // The whole executable beside yardsticks that do the bare minimum of the same work, in the same run
 // and alternating with it, so that both meet the same machine.
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
+#include <filesystem>
 #include <memory>
 #include <thread>
 
@@ -99,9 +103,53 @@ void measureStreaming(const AgentProcess& agent, std::vector<Row>& rows) {
     bareRates.add(streamThroughBareLoop());
   }
   rows.push_back(rateRow("exec output of 1 GiB, beside a bare read and write loop",
-                         agentRates.quantile(0.5), bareRates.quantile(0.5), 0.5));
+                         agentRates.quantile(0.5), bareRates.quantile(0.5), 0.6));
   const auto grown = static_cast<double>(agent.residentBytes()) - static_cast<double>(before);
   rows.push_back(sizeRow("resident memory that 5 GiB of it add", grown, 2 * 1024.0 * 1024.0));
+}
+
+const std::string sink = "cat >/dev/null";
+
+double feedThroughAgent(const AgentProcess& agent, const std::string& source) {
+  const UniqueFD file(open(source.c_str(), O_RDONLY | O_CLOEXEC));  // NOLINT(*-vararg)
+  const double start = now();
+  const pid_t pid = spawnGroupLeader(
+      TERVAINCTL_PATH,
+      std::vector<std::string>{"--agent", "unix:" + agent.socket(), "exec", "--", sink},
+      processEnvironment(), file.get(), STDOUT_FILENO, STDERR_FILENO);
+  waitpid(pid, nullptr, 0);
+  return gibibyte / (now() - start);
+}
+
+double feedThroughBareLoop(const std::string& source) {
+  const UniqueFD file(open(source.c_str(), O_RDONLY | O_CLOEXEC));  // NOLINT(*-vararg)
+  SocketPair sockets = makeSocketPair();
+  System::Pipe pipe = System::makePipe();
+  const double start = now();
+  std::thread host(
+      [&file, socket = std::move(sockets.one)] { pumpBare(file.get(), socket.get()); });
+  const pid_t pid =
+      spawnGroupLeader(shell, std::vector<std::string>{"-c", sink}, processEnvironment(),
+                       pipe.readEnd.get(), STDOUT_FILENO, STDERR_FILENO);
+  pumpBare(sockets.other.get(), pipe.writeEnd.get());
+  pipe.writeEnd.reset();
+  waitpid(pid, nullptr, 0);
+  host.join();
+  return gibibyte / (now() - start);
+}
+
+void measureFeeding(const AgentProcess& agent, std::vector<Row>& rows) {
+  const test::TempDir dir;
+  dir.write("source", "");
+  std::filesystem::resize_file(dir.path("source"), std::uintmax_t{1} << 30U);  // all holes
+  Samples agentRates;
+  Samples bareRates;
+  for (int i = 0; i < 5; ++i) {
+    agentRates.add(feedThroughAgent(agent, dir.path("source")));
+    bareRates.add(feedThroughBareLoop(dir.path("source")));
+  }
+  rows.push_back(rateRow("exec input of 1 GiB by tervainctl, beside a bare socket to pipe loop",
+                         agentRates.quantile(0.5), bareRates.quantile(0.5), 0.5));
 }
 
 // --- Latency -------------------------------------------------------------------------------------
@@ -161,10 +209,7 @@ class OneProcessor {
   cpu_set_t before_{};
 };
 
-void measurePing(std::vector<Row>& rows) {
-  // Waking a thread on another processor takes twice as long as all the rest of it, and which of
-  // the two has to is the scheduler's whim.
-  const OneProcessor shared;
+void measurePing(std::vector<Row>& rows, const std::string& where, double limit) {
   const AgentProcess agent;
   SocketPair sockets = makeSocketPair();
   std::thread echo([socket = std::move(sockets.other)] { pumpBare(socket.get(), socket.get()); });
@@ -177,8 +222,64 @@ void measurePing(std::vector<Row>& rows) {
   }
   sockets.one.reset();
   echo.join();
-  rows.push_back(timesRow("ping without a desktop, median, beside a bare echo thread",
-                          pings.quantile(0.5), echoes.quantile(0.5), 1.5));
+  rows.push_back(timesRow("ping without a desktop, median, beside a bare echo thread, " + where,
+                          pings.quantile(0.5), echoes.quantile(0.5), limit));
+}
+
+void measurePings(std::vector<Row>& rows) {
+  // Waking a thread on another processor takes twice as long as all the rest of it.
+  measurePing(rows, "wherever they run", 1.4);
+  const OneProcessor shared;
+  measurePing(rows, "on one processor", 1.1);
+}
+
+// --- Huge lines ----------------------------------------------------------------------------------
+
+double processorTime(pid_t process) {
+  clockid_t clock = 0;
+  timespec time{};
+  clock_getcpuclockid(process, &clock);
+  clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/// A line of 4 MiB that is a beginning, whatever `piece` makes of a number over and over, and an
+/// end.
+template <class Piece>
+std::string hugeLine(std::string text, Piece piece, std::string_view end) {
+  constexpr std::size_t size = 4'194'304;
+  for (int i = 0; text.size() + 16 < size; ++i) {
+    text += piece(i);
+  }
+  return text.append(end);
+}
+
+void measureHugeLines(std::vector<Row>& rows) {
+  const auto same = [](const char* text) { return [text](int) { return text; }; };
+  const std::string lines[] = {
+      hugeLine(R"({"op":"foo","a":[)", same("{},"), "0]}"),
+      hugeLine(R"({"op":"foo","a":)", same("["), "}"),
+      hugeLine(R"({"op":")", same("/"), "\"}"),
+      hugeLine(R"({"op":")", same("\\n"), "\x01\"}"),
+      hugeLine(
+          "{", [](int i) { return '"' + std::to_string(i) + "\":1,"; }, "\"a\":1}"),
+      hugeLine(R"({"op":"foo","x":)", same("1"), "}")};
+  double slowest = 0;
+  double largest = 0;
+  double kept = 0;
+  for (const std::string& line : lines) {
+    const AgentProcess agent;
+    const auto idle = static_cast<double>(agent.residentBytes());
+    const double before = processorTime(agent.pid());
+    Peer host = agent.connect();
+    host.ask(line);
+    slowest = std::max(slowest, processorTime(agent.pid()) - before);
+    largest = std::max(largest, static_cast<double>(agent.peakBytes()) - idle);
+    kept = std::max(kept, static_cast<double>(agent.residentBytes()) - idle);
+  }
+  rows.push_back(timeRow("processor time of a line of 4 MiB, the worst of six", slowest, 0.1));
+  rows.push_back(sizeRow("memory while it is dealt with", largest, 16 * 1024.0 * 1024.0));
+  rows.push_back(sizeRow("memory that stays with its connection", kept, 2 * 1024.0 * 1024.0));
 }
 
 // --- Memory --------------------------------------------------------------------------------------
@@ -201,8 +302,10 @@ int run() {
   std::vector<Row> rows;
   const AgentProcess agent;
   measureStreaming(agent, rows);
+  measureFeeding(agent, rows);
   measureExec(agent, rows);
-  measurePing(rows);
+  measurePings(rows);
+  measureHugeLines(rows);
   measureMemory(rows);
   return printTable(rows) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

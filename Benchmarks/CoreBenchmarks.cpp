@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "VMAgentCore/AgentWire.h"
-#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/Base64/Base64.h"
 #include "VMAgentCore/ExecFrames.h"
 #include "VMAgentCore/IO.h"
 #include "VMAgentCore/Json.h"
@@ -47,24 +47,25 @@ void outputFrameOfARead(benchmark::State& state) {
   const std::string bytes = sampleBytes();
   std::string frame;
   for ([[maybe_unused]] auto _ : state) {
-    ExecFrames::output(frame, AgentWire::Exec::stdout_, bytes);
+    frame.clear();
+    ExecFrames::appendBytes(frame, AgentWire::Exec::stdout_, bytes);
     benchmark::DoNotOptimize(frame.data());
   }
   countBytes(state, bytes.size());
 }
 BENCHMARK(outputFrameOfARead);
 
-void decodingOfARead(benchmark::State& state) {
+void frameOfAReadDecoded(benchmark::State& state) {
   const std::string bytes = sampleBytes();
-  std::string json = "\"";
-  appendBase64(json, bytes);
-  const auto text = Json::parse(json + "\"").get<std::string>();
+  std::string frame;
+  ExecFrames::appendBytes(frame, AgentWire::Exec::stdout_, bytes);
+  frame.pop_back();
   for ([[maybe_unused]] auto _ : state) {
-    benchmark::DoNotOptimize(decodeBase64(text));
+    benchmark::DoNotOptimize(ExecFrames::payload(frame));
   }
   countBytes(state, bytes.size());
 }
-BENCHMARK(decodingOfARead);
+BENCHMARK(frameOfAReadDecoded);
 
 void linesOfPings(benchmark::State& state) {
   std::string chunk;
@@ -84,7 +85,8 @@ BENCHMARK(linesOfPings);
 
 void requestParsed(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
-    benchmark::DoNotOptimize(parseObject(R"({"op":"click","x":100,"y":200,"count":2})"));
+    benchmark::DoNotOptimize(
+        parseMembers(R"({"op":"click","x":100,"y":200,"count":2})", AgentWire::hostMembers));
   }
 }
 BENCHMARK(requestParsed);

@@ -66,6 +66,10 @@ Row rateRow(const std::string& what, double figure, double yardstick, double lim
           figure >= limit * yardstick};
 }
 
+Row timeRow(const std::string& what, double figure, double bound) {
+  return {what, duration(figure), "", "", "below " + duration(bound), figure < bound};
+}
+
 Row sizeRow(const std::string& what, double figure, double bound) {
   return {what, fixed(figure / mebibyte, 1, " MiB"),           "",
           "",   "below " + fixed(bound / mebibyte, 0, " MiB"), figure < bound};

@@ -38,6 +38,9 @@ Row timesRow(const std::string& what, double figure, double yardstick, double li
 /// A row that compares rates in bytes per second: at least `limit` times the yardstick.
 Row rateRow(const std::string& what, double figure, double yardstick, double limit);
 
+/// A row of a time in seconds below a bound.
+Row timeRow(const std::string& what, double figure, double bound);
+
 /// A row of a size in bytes below a bound.
 Row sizeRow(const std::string& what, double figure, double bound);
 

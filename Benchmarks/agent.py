@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 import time
 
-PATIENCE = 20  # seconds that anything may take to come up
+PATIENCE = 60  # seconds that anything may take to come up
 
 
 def wait_until(condition, what):
@@ -49,13 +49,14 @@ def size(node):
     return 1 + sum(size(child) for child in node.get("children", []))
 
 
-def settled(agent, pid):
-    """Waits until the application's tree no longer grows, and gives its size."""
+def settled(agent, pid, least=2):
+    """Waits until the application's tree has so many elements and no longer grows, and gives its
+    size."""
     seen = [0, 0, 0]
 
     def quiet():
         seen[:] = seen[1:] + [size(agent.ask(op="ax_dump", pid=pid, maxDepth=25)["tree"])]
-        return seen[0] > 1 and len(set(seen)) == 1
+        return seen[0] >= least and len(set(seen)) == 1
 
     wait_until(quiet, f"the tree of process {pid} does not settle")
     return seen[-1]

@@ -43,6 +43,16 @@ int tervain_vsock_listen(std::uint32_t port, std::int32_t backlog) {
   return fd;
 }
 
+int tervain_vsock_local_cid(std::uint32_t* cid) {
+  const int fd = openStreamSocket();
+  if (fd < 0) {
+    return fd;
+  }
+  const int result = localCid(fd, *cid);
+  close(fd);
+  return result;
+}
+
 int tervain_vsock_connect(std::uint32_t cid, std::uint32_t port) {
   const int fd = openStreamSocket();
   if (fd < 0) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,6 +21,9 @@ struct CaptureError {
   std::string description;
 };
 
+/// The capture service has not answered by the deadline.
+struct TimedOut {};
+
 /// A display that can be captured. Copies share the system's object.
 struct ShareableDisplay {
   struct Handle;  ///< what the port keeps; each port defines its own
@@ -30,7 +34,8 @@ struct ShareableDisplay {
 };
 
 /// The displays that are in use, in the system's order.
-std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Deadline deadline);
+std::variant<std::vector<ShareableDisplay>, CaptureError, TimedOut> shareableDisplays(
+    Deadline deadline);
 
 /// A captured picture. Copies share the pixels.
 struct Image {
@@ -43,10 +48,15 @@ struct Image {
 
 /// Captures a whole display with the pointer drawn in, in the size in pixels that is asked for or
 /// as near to it as the system comes: the image tells.
-std::variant<Image, CaptureError> captureImage(const ShareableDisplay& display, std::size_t width,
-                                               std::size_t height, Deadline deadline);
+std::variant<Image, CaptureError, TimedOut> captureImage(const ShareableDisplay& display,
+                                                         std::size_t width, std::size_t height,
+                                                         Deadline deadline);
 
 /// The picture as JPEG, `quality` being 0 to 1. Nothing when it can't be encoded.
 std::optional<std::string> encodeJPEG(const Image& image, double quality);
+
+/// The colours of the picture at the crossings of a grid of so many lines, row by row, each as
+/// 0xRRGGBB. Empty when they can't be had.
+std::vector<std::uint32_t> sampleColours(const Image& image, std::size_t columns, std::size_t rows);
 
 }  // namespace tervain::Platform

@@ -1,15 +1,10 @@
 #pragma once
 
-#include <optional>
-
-#include "VMAgentCore/UniqueFD.h"
-
 namespace tervain::Platform {
 
-/// A listening stream socket that a service manager has handed to this process, if there is one. To
-/// be called once, before any thread is started: it also removes what announced the socket from
-/// the environment, so that no child of ours takes it for its own.
-std::optional<UniqueFD> inheritedListener();
+/// Tells the system's frameworks that this process is going to have threads. To be called before
+/// any is started.
+void prepareForThreads();
 
 /// Parks the main thread in the loop that serves what the system wants done there.
 [[noreturn]] void runMainLoop();

@@ -59,7 +59,10 @@ int start(UniqueFD socket) try {
 
 AgentListener::AgentListener(std::uint32_t port) : fd_(listenOn(port)) {}
 
-AgentListener::AgentListener(UniqueFD socket) : fd_(std::move(socket)) {}
+AgentListener::AgentListener(UniqueFD socket) : fd_(std::move(socket)) {
+  // Whoever hands a socket over may have used it with a loop of its own; this one waits in accept.
+  fcntl(fd_.get(), F_SETFL, fcntl(fd_.get(), F_GETFL) & ~O_NONBLOCK);
+}
 
 void AgentListener::run() {
   for (;;) {

@@ -14,13 +14,13 @@
 namespace tervain {
 namespace {
 
-constexpr std::string_view malformedRequest =
+constexpr const char* malformedRequest =
     "malformed request (want one JSON object per line with an \"op\")";
 
 /// What the system must let the agent do before an operation looks at its request.
 struct Grant {
   bool (*given)();
-  std::string_view refusal;
+  const char* refusal;
 };
 constexpr Grant accessibility{
     Platform::accessibilityGranted,
@@ -110,7 +110,8 @@ const std::string* ConnectionHandler::requestOp(const std::optional<Json>& reque
 
 ConnectionHandler::Next ConnectionHandler::serve(std::string_view requestLine) {
   const Platform::AutoreleasePool pool;
-  const std::optional<Json> request = parseObject(requestLine);
+  std::optional<Json> request = parseMembers(requestLine, AgentWire::hostMembers);
+  lines_.releaseTaken();
   const std::string* op = requestOp(request);
   if (op && *op == AgentWire::Exec::op) {
     runExec(request);
@@ -120,7 +121,9 @@ ConnectionHandler::Next ConnectionHandler::serve(std::string_view requestLine) {
     runShellEvents(request);
     return Next::readOn;
   }
-  return writeAll(fd_.get(), dispatch(request).line()) ? Next::readOn : Next::close;
+  Reply reply = dispatch(request);
+  request.reset();  // a large request and its reply are not in memory at the same time
+  return writeAll(fd_.get(), std::move(reply).line()) ? Next::readOn : Next::close;
 }
 
 Reply ConnectionHandler::dispatch(const std::optional<Json>& request) {

@@ -29,7 +29,8 @@ class ConnectionHandler {
   /// Closes the connection and logs it.
   ~ConnectionHandler();
 
-  /// Serves until the host has gone, can't be written to or breaks the protocol's one bound.
+  /// Serves until the host has gone, can't be written to, or has sent more than
+  /// `AgentWire::maxPendingBytes` without a line feed.
   void run();
 
   /// The operation that a request names, or null if there is none. `request` owns the string.

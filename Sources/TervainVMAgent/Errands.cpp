@@ -1,10 +1,12 @@
 #include "TervainVMAgent/Errands.h"
 
+#include "VMAgentCore/System.h"
+
 namespace tervain {
 
 std::optional<Errands::Errand> Errands::begin(Deadline deadline) {
   std::unique_lock lock(mutex_);
-  if (!ended_.wait_until(lock, deadline, [this] { return running_ < maxRunning; })) {
+  if (!System::waitUntil(ended_, lock, deadline, [this] { return running_ < maxRunning; })) {
     return std::nullopt;
   }
   ++running_;

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "TervainVMAgent/ConnectionHandler.h"
 #include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/ExecSession.h"
@@ -8,7 +10,8 @@ namespace {
 
 namespace wire = AgentWire::Exec;
 
-/// Put together by hand: unlike all other frames this one has a fixed byte form.
+/// No host can get this today: a line that does not parse names no operation, and so is never
+/// routed here. Put together by hand: unlike all other frames this one has a fixed byte form.
 std::string didNotParse() {
   std::string line = "{\"";
   line.append(wire::tagKey).append("\":\"").append(wire::spawnError).append("\",\"");
@@ -22,7 +25,7 @@ void ConnectionHandler::runExec(const std::optional<Json>& request) {
     writeAll(fd_.get(), didNotParse());
     return;
   }
-  ExecSession(fd_.get(), std::move(lines_)).run(*request);
+  ExecSession(fd_.get(), std::exchange(lines_, {})).run(*request);
 }
 
 }  // namespace tervain

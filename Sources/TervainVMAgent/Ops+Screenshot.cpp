@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -7,6 +8,7 @@
 #include "Platform/Capture.h"
 #include "TervainVMAgent/ConnectionHandler.h"
 #include "TervainVMAgent/Errands.h"
+#include "VMAgentCore/NeverDestroyed.h"
 #include "VMAgentCore/Rounding.h"
 
 namespace tervain {
@@ -15,22 +17,28 @@ namespace {
 /// Readable text at about a tenth of what the same picture takes without loss.
 constexpr double jpegQuality = 0.7;
 
-/// Never destroyed: a capture may still be under way when the process ends.
 Errands& captures() {
-  static Errands& errands = *new Errands;
-  return errands;
+  static NeverDestroyed<Errands> errands;
+  return *errands;
 }
 
-constexpr std::string_view timedOut = "screenshot timed out";
+constexpr const char* timedOut = "screenshot timed out";
 
 Reply captureFailed(std::string_view description) {
   return Reply::failure(std::string("ScreenCaptureKit capture failed: ").append(description));
 }
 
-/// A service that gave up at the deadline says so at the very moment when the handler does.
-Reply captureFailed(const Platform::CaptureError& error, Deadline deadline) {
-  return Deadline::clock::now() < deadline ? captureFailed(error.description)
-                                           : Reply::failure(timedOut);
+/// The reply to what the service answers instead of what it was asked for. Nothing when it answers
+/// just that.
+template <class Answer>
+std::optional<Reply> failureOf(const Answer& answer) {
+  if (const auto* error = std::get_if<Platform::CaptureError>(&answer)) {
+    return captureFailed(error->description);
+  }
+  if (std::holds_alternative<Platform::TimedOut>(answer)) {
+    return Reply::failure(timedOut);
+  }
+  return std::nullopt;
 }
 
 /// A length in pixels, cut to a whole number.
@@ -49,8 +57,8 @@ Reply capture(const Platform::ShareableDisplay& display, Deadline deadline) {
   const float scale = display.pointPixelScale;
   const auto captured = Platform::captureImage(display, pixels(display.contentSize.width, scale),
                                                pixels(display.contentSize.height, scale), deadline);
-  if (const auto* error = std::get_if<Platform::CaptureError>(&captured)) {
-    return captureFailed(*error, deadline);
+  if (auto failure = failureOf(captured)) {
+    return *std::move(failure);
   }
   const auto& image = std::get<Platform::Image>(captured);
   auto jpeg = Platform::encodeJPEG(image, jpegQuality);
@@ -69,8 +77,8 @@ Reply capture(const Platform::ShareableDisplay& display, Deadline deadline) {
 
 Reply ConnectionHandler::captureDisplay(std::int64_t index, Deadline deadline) try {
   const auto shareable = Platform::shareableDisplays(deadline);
-  if (const auto* error = std::get_if<Platform::CaptureError>(&shareable)) {
-    return captureFailed(*error, deadline);
+  if (auto failure = failureOf(shareable)) {
+    return *std::move(failure);
   }
   const auto& displays = std::get<std::vector<Platform::ShareableDisplay>>(shareable);
   if (displays.empty()) {
@@ -83,7 +91,7 @@ Reply ConnectionHandler::captureDisplay(std::int64_t index, Deadline deadline) t
 
 Reply ConnectionHandler::opScreenshot(const Json& request) const try {
   const std::int64_t index = integerMember(request, "display").value_or(0);
-  const Deadline deadline = Deadline::clock::now() + settings_.screenshotLimit;
+  const Deadline deadline = after(settings_.screenshotLimit);
   auto errand = captures().begin(deadline);
   auto reply = errand ? std::move(*errand).run<Reply>(
                             [index, deadline] { return captureDisplay(index, deadline); }, deadline)

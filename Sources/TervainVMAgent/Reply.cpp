@@ -1,6 +1,6 @@
 #include "TervainVMAgent/Reply.h"
 
-#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/Base64/Base64.h"
 
 namespace tervain {
 namespace {
@@ -14,11 +14,11 @@ Reply Reply::success() {
   return Json{{"ok", true}};
 }
 
-Reply Reply::failure(std::string_view error) {
-  return Json{{"ok", false}, {"error", error}};
+Reply Reply::failure(std::string error) {
+  return Json{{"ok", false}, {"error", std::move(error)}};
 }
 
-std::string Reply::line() const {
+std::string Reply::line() && {
   auto line = serialize(object_);
   if (!line) {
     return std::string(serializationFailed);

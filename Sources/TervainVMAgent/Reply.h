@@ -19,13 +19,13 @@ class Reply {
   static Reply success();
 
   /// {"ok":false} with an error text for the host's operator.
-  static Reply failure(std::string_view error);
+  static Reply failure(std::string error);
 
   [[nodiscard]] const Json& object() const { return object_; }
 
   /// The reply as a line with its line feed. What can't be written as JSON becomes the fixed reply
-  /// that says so.
-  [[nodiscard]] std::string line() const;
+  /// that says so. The reply is used up: a large one is not to be in memory twice.
+  [[nodiscard]] std::string line() &&;
 
  private:
   Json object_;

@@ -12,6 +12,7 @@
 #include "Platform/Privacy.h"
 #include "Platform/Process.h"
 #include "TervainVMAgent/AgentListener.h"
+#include "TervainVMAgent/InheritedListener.h"
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/IO.h"
@@ -33,9 +34,17 @@ void logReadiness() {
            " postEvent=", postEvent);
 }
 
+void openLog(std::string_view file) try {
+  if (!file.empty()) {
+    logToFile(file);
+  }
+} catch (const AgentError& error) {
+  agentLog(error.what());
+}
+
 /// The process's one listener, on the handed-over socket or else on the port.
 AgentListener& openListener(std::uint32_t port) {
-  auto inherited = Platform::inheritedListener();
+  auto inherited = inheritedListener();
   static AgentListener listener =
       inherited ? AgentListener(std::move(*inherited)) : AgentListener(port);
   return listener;
@@ -58,9 +67,11 @@ std::uint32_t choosePort(const char* text) {
   return port;
 }
 
-int runAgent() {
+int runAgent(std::string_view logFile) {
   occupyStandardDescriptors();
+  openLog(logFile);
   System::returnLargeMemory();
+  Platform::prepareForThreads();
   std::signal(SIGPIPE, SIG_IGN);
   // A parent may have left it ignored, and then the ends of our commands would be lost.
   std::signal(SIGCHLD, SIG_DFL);

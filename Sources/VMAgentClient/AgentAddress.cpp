@@ -1,24 +1,22 @@
 #include "VMAgentClient/AgentAddress.h"
 
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-
-#include <cerrno>
+#include <algorithm>
 #include <charconv>
 #include <limits>
-
-#include "CVsock/cvsock.h"
-#include "VMAgentCore/AgentError.h"
 
 namespace tervain {
 namespace {
 
-constexpr std::string_view unixScheme = "unix:";
-constexpr std::string_view vsockScheme = "vsock:";
+constexpr std::string_view unixScheme = "unix";
+constexpr std::string_view muxScheme = "unix-mux";
+constexpr std::string_view vsockScheme = "vsock";
+constexpr std::string_view programScheme = "exec";
 
 /// Means "any" as a context id and as a port alike, so there is nothing to connect to.
 constexpr std::uint32_t wildcard = std::numeric_limits<std::uint32_t>::max();
+
+/// In place of a context id, the machine that this runs in.
+constexpr std::string_view thisMachine = "local";
 
 std::optional<std::uint32_t> parseNumber(std::string_view digits) {
   std::uint32_t number = 0;
@@ -32,62 +30,95 @@ std::optional<std::uint32_t> parseNumber(std::string_view digits) {
 
 std::optional<AgentAddress> parseVsock(std::string_view text) {
   const std::size_t colon = text.find(':');
-  const auto cid = parseNumber(text.substr(0, colon));
+  const std::string_view machine = text.substr(0, colon);
+  const auto cid = parseNumber(machine);
   const auto port = colon == std::string_view::npos ? std::optional(AgentWire::port)
                                                     : parseNumber(text.substr(colon + 1));
-  if (!cid || !port) {
+  if ((!cid && machine != thisMachine) || !port) {
     return std::nullopt;
   }
-  return VsockAddress{*cid, *port};
+  return VsockAddress{cid, *port};
 }
 
-/// Gives a descriptor or a negated errno value, like its counterpart for vsock.
-int connectUnix(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
-    return -ENAMETOOLONG;
+/// What follows the last colon is a port if it can be one, and part of the path otherwise.
+std::optional<AgentAddress> parseMux(std::string_view text) {
+  const std::size_t colon = text.rfind(':');
+  const auto port =
+      colon == std::string_view::npos ? std::nullopt : parseNumber(text.substr(colon + 1));
+  const std::string_view path = port ? text.substr(0, colon) : text;
+  if (path.empty()) {
+    return std::nullopt;
   }
-  path.copy(&address.sun_path[0], path.size());
-  UniqueFD fd(socket(AF_UNIX, SOCK_STREAM, 0));
-  if (!fd) {
-    return -errno;
+  return MuxAddress{std::string(path), port.value_or(AgentWire::port)};
+}
+
+/// The text with each %XX replaced by its byte. Nothing when a % begins anything else, or when
+/// there is a zero byte.
+std::optional<std::string> decoded(std::string_view text) {
+  constexpr std::size_t escape = 3;
+  constexpr int hexadecimal = 16;
+  std::string bytes;
+  while (!text.empty()) {
+    if (text.front() != '%') {
+      bytes += text.front();
+      text.remove_prefix(1);
+      continue;
+    }
+    unsigned char byte = 0;
+    const char* const end = text.data() + std::min(escape, text.size());
+    const auto [stop, failed] = std::from_chars(text.data() + 1, end, byte, hexadecimal);
+    if (failed != std::errc() || stop != text.data() + escape || byte == 0) {
+      return std::nullopt;
+    }
+    bytes += static_cast<char>(byte);
+    text.remove_prefix(escape);
   }
-  fcntl(fd.get(), F_SETFD, FD_CLOEXEC);
-  if (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    return -errno;
-  }
-  return fd.release();
+  return bytes;
+}
+
+std::string withPort(std::string_view scheme, const std::string& place, std::uint32_t port) {
+  return std::string(scheme) + ":" + place + ":" + std::to_string(port);
 }
 
 }  // namespace
 
 std::optional<AgentAddress> parseAgentAddress(std::string_view text) {
-  if (text.starts_with(vsockScheme)) {
-    return parseVsock(text.substr(vsockScheme.size()));
+  const std::size_t end = text.find_first_of(":%");
+  if (end == std::string_view::npos) {
+    return std::nullopt;
   }
-  if (text.starts_with(unixScheme) && text.size() > unixScheme.size()) {
-    return UnixAddress{std::string(text.substr(unixScheme.size()))};
+  const std::string_view scheme = text.substr(0, end);
+  const std::string_view rest = text.substr(end + 1);
+  const auto place = text[end] == '%' ? decoded(rest) : std::string(rest);
+  if (!place || place->empty()) {
+    return std::nullopt;
   }
-  return std::nullopt;
+  if (scheme == vsockScheme) {
+    return parseVsock(*place);
+  }
+  if (scheme == unixScheme) {
+    return UnixAddress{*place};
+  }
+  if (scheme == muxScheme) {
+    return parseMux(*place);
+  }
+  return scheme == programScheme ? std::optional<AgentAddress>(ProgramAddress{*place})
+                                 : std::nullopt;
 }
 
 std::string toString(const AgentAddress& address) {
   if (const auto* local = std::get_if<UnixAddress>(&address)) {
-    return std::string(unixScheme) + local->path;
+    return std::string(unixScheme) + ":" + local->path;
   }
-  const auto& vsock = std::get<VsockAddress>(address);
-  return std::string(vsockScheme) + std::to_string(vsock.cid) + ":" + std::to_string(vsock.port);
-}
-
-UniqueFD connectTo(const AgentAddress& address) {
-  const auto* local = std::get_if<UnixAddress>(&address);
-  const auto* vsock = std::get_if<VsockAddress>(&address);
-  const int fd = local ? connectUnix(local->path) : tervain_vsock_connect(vsock->cid, vsock->port);
-  if (fd < 0) {
-    throw AgentError::posix("connecting to " + toString(address), -fd);
+  if (const auto* mux = std::get_if<MuxAddress>(&address)) {
+    return withPort(muxScheme, mux->path, mux->port);
   }
-  return UniqueFD(fd);
+  if (const auto* vsock = std::get_if<VsockAddress>(&address)) {
+    return withPort(vsockScheme,
+                    vsock->cid ? std::to_string(*vsock->cid) : std::string(thisMachine),
+                    vsock->port);
+  }
+  return std::string(programScheme) + ":" + std::get<ProgramAddress>(address).command;
 }
 
 }  // namespace tervain

@@ -5,8 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <stdexcept>
 
-#include "VMAgentCore/AgentError.h"
+#include "VMAgentClient/ProtocolError.h"
 #include "VMAgentCore/IO.h"
 #include "VMAgentCore/System.h"
 
@@ -24,13 +25,19 @@ Json AgentConnection::request(const Json& object) {
 
 Json AgentConnection::request(const Json& object, Deadline deadline) {
   send(object);
-  const auto line = waitForLine(deadline);
-  if (!line) {
-    throw AgentError::posix("waiting for the agent's reply", ended() ? ECONNRESET : ETIMEDOUT);
+  std::optional<std::string_view> line;
+  // Replies to requests that were given up come first.
+  for (++unanswered_; unanswered_ > 0; --unanswered_) {
+    line = waitForLine(deadline);
+    if (!line) {
+      throw ProtocolError(tooLong_  ? "the agent's reply is longer than any it can have"
+                          : ended() ? "the agent closed the connection without a reply"
+                                    : "the agent has not replied in time");
+    }
   }
   auto reply = parseObject(*line);
   if (!reply) {
-    throw AgentError::posix("reading the agent's reply", EBADMSG);
+    throw ProtocolError("the agent's reply is not a JSON object");
   }
   return std::move(*reply);
 }
@@ -48,10 +55,20 @@ std::optional<std::string_view> AgentConnection::waitForLine(Deadline deadline) 
   return line;
 }
 
+std::optional<std::string_view> AgentConnection::nextLine() {
+  const auto line = lines_.next();
+  if (!line && lines_.pendingBytes() > maxLineBytes) {
+    lines_ = {};
+    ended_ = true;
+    tooLong_ = true;
+  }
+  return line;
+}
+
 void AgentConnection::send(const Json& object) {
   const auto line = serialize(object);
   if (!line) {
-    throw AgentError::posix("encoding the request", EILSEQ);
+    throw std::invalid_argument("a text of the request is not UTF-8");
   }
   sendLine(*line);
 }
@@ -62,6 +79,10 @@ void AgentConnection::sendLine(std::string_view line) {
 }
 
 void AgentConnection::sendBytes(std::string_view bytes) {
+  // Most of what is sent goes through at once, without a copy.
+  if (!sending() && writable_) {
+    writable_ = writeSome(fd_.get(), bytes);
+  }
   unsent_.append(bytes);
   flush();
 }
@@ -86,15 +107,10 @@ void AgentConnection::advance(short events) {
 }
 
 void AgentConnection::flush() {
-  while (writable_ && sending()) {
-    const ssize_t n = write(fd_.get(), unsent_.data(), unsent_.size());
-    if (n >= 0) {
-      unsent_.erase(0, static_cast<std::size_t>(n));
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      return;
-    } else if (errno != EINTR) {
-      writable_ = false;
-    }
+  if (writable_ && sending()) {
+    std::string_view rest = unsent_;
+    writable_ = writeSome(fd_.get(), rest);
+    unsent_.erase(0, unsent_.size() - rest.size());
   }
   if (!writable_) {
     unsent_.clear();

@@ -4,8 +4,9 @@
 #include <array>
 #include <cerrno>
 
+#include "VMAgentClient/ProtocolError.h"
 #include "VMAgentCore/AgentWire.h"
-#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/Base64/Base64.h"
 #include "VMAgentCore/ExecFrames.h"
 #include "VMAgentCore/IO.h"
 
@@ -15,7 +16,7 @@ namespace wire = AgentWire::Exec;
 
 std::string RemoteCommand::inputFrame(std::string_view bytes) {
   std::string frame;
-  ExecFrames::output(frame, wire::stdin_, bytes);
+  ExecFrames::appendBytes(frame, wire::stdin_, bytes);
   frame.pop_back();
   return frame;
 }
@@ -59,6 +60,36 @@ void RemoteCommand::wait() {
   }
 }
 
+void RemoteCommand::waitForRoom(int fd) {
+  for (;;) {
+    // Nothing is received: the line whose output is being passed on must stay where it is.
+    pollfd sending = connection_.pollEntry();
+    sending.events &= POLLOUT;
+    sending.fd = connection_.sending() ? sending.fd : -1;
+    std::array<pollfd, 3> entries{{sending, {streams_.signals, POLLIN, 0}, {fd, POLLOUT, 0}}};
+    waitForEvents(entries);
+    if (entries[0].revents != 0) {
+      connection_.advance(POLLOUT);
+    }
+    if (entries[1].revents != 0) {
+      forwardSignals();
+    }
+    if (entries[2].revents != 0) {
+      return;
+    }
+  }
+}
+
+void RemoteCommand::waitForEvents(std::span<pollfd> entries) {
+  if (!connection_.sending()) {
+    signalDeadline_ = Deadline::max();
+  }
+  if (Deadline::clock::now() >= signalDeadline_ ||
+      !tervain::waitForEvents(entries, signalDeadline_)) {
+    throw ProtocolError("a signal could not be sent: neither the command nor the agent reads");
+  }
+}
+
 void RemoteCommand::forwardSignals() {
   std::array<char, 16> numbers{};
   const ssize_t n = readSome(streams_.signals, numbers);
@@ -70,12 +101,20 @@ void RemoteCommand::forwardSignals() {
     connection_.send(
         Json{{wire::tagKey, wire::signal}, {wire::signalKey, static_cast<int>(number)}});
   });
+  signalDeadline_ = std::min(signalDeadline_, Deadline::clock::now() + streams_.signalPatience);
 }
 
 void RemoteCommand::forwardInput() {
   const ssize_t n = readSome(streams_.input, {buffer_.get(), inputChunk});
   if (n > 0) {
-    connection_.sendLine(inputFrame({buffer_.get(), static_cast<std::size_t>(n)}));
+    const std::string_view bytes(buffer_.get(), static_cast<std::size_t>(n));
+    frame_.clear();
+    if (streams_.inputFilter) {
+      ExecFrames::appendBytes(frame_, wire::stdin_, streams_.inputFilter(bytes));
+    } else {
+      ExecFrames::appendBytes(frame_, wire::stdin_, bytes);
+    }
+    connection_.sendBytes(frame_);
   } else if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
     endInput();
   }

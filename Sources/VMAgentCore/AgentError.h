@@ -5,8 +5,8 @@
 
 namespace tervain {
 
-/// The one exception of the agent: a system call that failed, with what was being done and why.
-/// Its text is the phrase, " failed: " and the system's words for the errno value.
+/// The one exception that the agent throws: a system call failed. Its text is what was being done,
+/// " failed: " and the system's words for the errno value.
 class AgentError : public std::runtime_error {
  public:
   static AgentError posix(std::string_view phrase, int code) { return {phrase, code}; }

@@ -47,4 +47,33 @@ inline constexpr std::string_view bytesKey = "bytes";
 inline constexpr std::string_view truncatedKey = "truncated";
 }  // namespace ShellEvents
 
+/// The names of all members that an agent reads of what a host sends. Of others it takes no notice.
+inline constexpr std::string_view hostMembers[] = {"op",
+                                                   "x",
+                                                   "y",
+                                                   "button",
+                                                   "count",
+                                                   "toX",
+                                                   "toY",
+                                                   "fromX",
+                                                   "fromY",
+                                                   "dx",
+                                                   "dy",
+                                                   "text",
+                                                   "chord",
+                                                   "ref",
+                                                   "action",
+                                                   "value",
+                                                   "pid",
+                                                   "maxDepth",
+                                                   "display",
+                                                   "name",
+                                                   Exec::commandKey,
+                                                   Exec::tagKey,
+                                                   Exec::dataKey,
+                                                   Exec::signalKey,
+                                                   ShellEvents::dirKey,
+                                                   ShellEvents::maxBytesKey,
+                                                   ShellEvents::truncateKey};
+
 }  // namespace tervain::AgentWire

@@ -1,7 +1,7 @@
 #include "VMAgentCore/ExecFrames.h"
 
 #include "VMAgentCore/AgentWire.h"
-#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/Base64/Base64.h"
 #include "VMAgentCore/Json.h"
 
 namespace tervain::ExecFrames {
@@ -11,7 +11,7 @@ namespace wire = AgentWire::Exec;
 
 /// Writes the frame's members as text. Keys and tags are constants that need no escaping.
 void open(std::string& line, std::string_view tag, std::string_view payloadKey) {
-  line.assign("{\"").append(wire::tagKey).append("\":\"").append(tag);
+  line.append("{\"").append(wire::tagKey).append("\":\"").append(tag);
   line.append("\",\"").append(payloadKey).append("\":");
 }
 
@@ -37,26 +37,13 @@ std::optional<std::string_view> takeMember(std::string_view& text, std::string_v
   return takeString(text) == key && take(text, ':') ? takeString(text) : std::nullopt;
 }
 
-/// What JSON text says of base64 digits, of which only slashes may be escaped. With any other
-/// escape it is left as it is, which no base64 is.
-std::string unescaped(std::string_view text) {
-  std::string plain;
-  plain.reserve(text.size());
-  std::size_t escape = 0;
-  while ((escape = text.find("\\/")) != std::string_view::npos) {
-    plain.append(text.substr(0, escape)).push_back('/');
-    text.remove_prefix(escape + 2);
-  }
-  return plain.append(text);
-}
-
 }  // namespace
 
-void output(std::string& line, std::string_view tag, std::string_view bytes) {
-  open(line, tag, wire::dataKey);
-  line += '"';
-  appendBase64(line, bytes);
-  line += "\"}\n";
+void appendBytes(std::string& frames, std::string_view tag, std::string_view bytes) {
+  open(frames, tag, wire::dataKey);
+  frames += '"';
+  appendBase64(frames, bytes);
+  frames += "\"}\n";
 }
 
 std::string exit(int code) {
@@ -80,7 +67,7 @@ std::optional<Payload> payload(std::string_view line) {
   if (!text || line != "}") {
     return std::nullopt;
   }
-  auto bytes = decodeBase64(text->find('\\') == std::string_view::npos ? *text : unescaped(*text));
+  auto bytes = decodeEscapedBase64(*text);
   return bytes ? std::optional(Payload{*tag, *std::move(bytes)}) : std::nullopt;
 }
 

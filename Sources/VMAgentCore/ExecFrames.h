@@ -4,13 +4,12 @@
 #include <string>
 #include <string_view>
 
-/// The frames of an exec. Those that are written here have their line feed.
+/// The frames of an exec, as lines. Those that are made here end with their line feed.
 namespace tervain::ExecFrames {
 
-/// Replaces `line` by a frame that carries bytes of a stream: a command's output, or its input.
-/// `tag` is the type of the stream. The payload is encoded straight into the line, whose memory
-/// serves frame after frame.
-void output(std::string& line, std::string_view tag, std::string_view bytes);
+/// Appends a frame that carries bytes of a stream: a command's output, or its input. `tag` is the
+/// type of the stream. The payload is encoded straight into `frames`.
+void appendBytes(std::string& frames, std::string_view tag, std::string_view bytes);
 
 /// The command has ended with this code.
 std::string exit(int code);

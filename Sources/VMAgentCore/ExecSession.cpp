@@ -1,9 +1,8 @@
 #include "VMAgentCore/ExecSession.h"
 
-#include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,9 +15,12 @@
 
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/AgentWire.h"
-#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/Base64/Base64.h"
 #include "VMAgentCore/ExecFrames.h"
+#include "VMAgentCore/ExecInput.h"
+#include "VMAgentCore/ExecOutput.h"
 #include "VMAgentCore/FatalError.h"
+#include "VMAgentCore/GroupLeader.h"
 #include "VMAgentCore/IO.h"
 #include "VMAgentCore/ShellSpool.h"
 #include "VMAgentCore/SpawnGroupLeader.h"
@@ -35,9 +37,6 @@ using std::chrono::milliseconds;
 /// command's exit where the system gives no descriptor that tells of it.
 constexpr milliseconds pollTick{200};
 
-/// The unit in which `writeBounded` counts its waits.
-constexpr milliseconds writeWait{2};
-
 bool isExecutableFile(const std::string& path) {
   struct stat info {};
   return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && access(path.c_str(), X_OK) == 0;
@@ -47,157 +46,102 @@ bool isTransient(int error) {
   return error == EINTR || error == EAGAIN;
 }
 
-int exitCode(int waitStatus) {
-  return WIFSIGNALED(waitStatus) ? 128 + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
-}
-
-/// The exit code of a child that could not be reaped.
-constexpr int unknownCode = -1;
-
-/// A child process that leads a group of its own. Goes down with its owner: a child that has not
-/// been reaped by then is killed, with its group, and waited for.
-class GroupLeader {
- public:
-  explicit GroupLeader(pid_t pid) : pid_(pid), exitWatch_(System::watchExit(pid)) {}
-  GroupLeader(const GroupLeader&) = delete;
-  GroupLeader& operator=(const GroupLeader&) = delete;
-  ~GroupLeader() {
-    if (!exit_) {
-      signal(SIGKILL);
-      wait(0);
-    }
-  }
-
-  struct Exit {
-    int code;
-    Clock::time_point time;
-  };
-
-  /// How and when the child ended, once it is known to have.
-  [[nodiscard]] const std::optional<Exit>& exit() const { return exit_; }
-
-  /// Readable once the child has ended; -1 once that is known, or where nothing can tell.
-  [[nodiscard]] int exitWatch() const { return exitWatch_.get(); }
-
-  /// Reaps the child if it has ended.
-  void poll() {
-    if (!exit_) {
-      wait(WNOHANG);
-    }
-  }
-
-  /// Signals the whole group, or else the child alone. A child that was reaped is left out: its
-  /// number may be another process's by now.
-  void signal(int number) const {
-    if (kill(-pid_, number) != 0 && !exit_) {
-      kill(pid_, number);
-    }
-  }
-
- private:
-  void wait(int options) {
-    int status = 0;
-    pid_t result = 0;
-    do {
-      result = waitpid(pid_, &status, options);
-    } while (result < 0 && errno == EINTR);
-    if (result != 0) {
-      exit_ = Exit{result == pid_ ? exitCode(status) : unknownCode, Clock::now()};
-      exitWatch_.reset();
-    }
-  }
-
-  pid_t pid_;
-  UniqueFD exitWatch_;
-  std::optional<Exit> exit_;
-};
-
-/// The agent's ends of the command's standard streams.
-struct Streams {
-  UniqueFD in;
-  UniqueFD out;
-  UniqueFD err;
-};
-
 struct StdioPipes {
   System::Pipe in = System::makePipe();
   System::Pipe out = System::makePipe();
   System::Pipe err = System::makePipe();
 };
 
-/// The loop of a running session.
+/// The loop of a running session. It waits in `poll` and nowhere else.
 class Pump {
  public:
-  Pump(int host, LineSplitBuffer& lines, GroupLeader& child, Streams streams, milliseconds grace)
-      : host_(host), lines_(lines), child_(child), streams_(std::move(streams)), grace_(grace) {
-    makeInputNonBlocking();
-    System::suppressSigpipe(streams_.in.get());
-  }
+  /// Takes the agent's ends of the pipes.
+  Pump(int host, LineSplitBuffer& lines, GroupLeader& child, StdioPipes& pipes, milliseconds grace)
+      : host_(host),
+        lines_(lines),
+        child_(child),
+        grace_(grace),
+        input_(std::move(pipes.in.writeEnd)),
+        streams_{{{std::move(pipes.out.readEnd), wire::stdout_},
+                  {std::move(pipes.err.readEnd), wire::stderr_}}},
+        output_(host) {}
 
+  /// Until the host has been told of the command's end, or has gone.
   void run() {
     applyHostFrames();
-    State state = State::running;
-    while (state == State::running) {
-      state = round();
-    }
-    streams_ = {};
-    if (state == State::finished) {
+    for (;;) {
       child_.poll();
-      writeAll(host_, ExecFrames::exit(child_.exit() ? child_.exit()->code : unknownCode));
+      if (!ended_ && child_.exit() && drained()) {
+        end();
+      }
+      if (ended_ && !output_.waiting()) {
+        return;
+      }
+      if (!round()) {
+        child_.signal(SIGKILL);
+        return;
+      }
     }
   }
 
  private:
-  enum class State { running, finished, hostGone };
+  /// The read end of one of the command's output pipes.
+  struct Stream {
+    UniqueFD pipe;
+    std::string_view tag;
+  };
 
-  /// Or closes it: a command that does not read must not hold the session.
-  void makeInputNonBlocking() {
-    const int fd = streams_.in.get();
-    const int flags = fcntl(fd, F_GETFL);
-    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) {
-      streams_.in.reset();
-    }
-  }
-
-  State round() {
-    child_.poll();
-    if (child_.exit() && drained()) {
-      return State::finished;
-    }
+  /// Waits for something to happen, and deals with it. False when the host has gone.
+  bool round() {
     // Entries with a negative descriptor are ignored.
-    std::array<pollfd, 4> entries{{{host_, POLLIN, 0},
-                                   {streams_.out.get(), POLLIN, 0},
-                                   {streams_.err.get(), POLLIN, 0},
+    std::array<pollfd, 5> entries{{hostEntry(),
+                                   input_.pollEntry(),
+                                   streamEntry(streams_[0]),
+                                   streamEntry(streams_[1]),
                                    {child_.exitWatch(), POLLIN, 0}}};
     const int ready = ::poll(entries.data(), entries.size(), static_cast<int>(pollTick.count()));
     if (ready < 0) {
-      if (isTransient(errno)) {
-        return State::running;
-      }
-      child_.signal(SIGKILL);
-      return State::finished;
+      return isTransient(errno) || giveUp();
     }
-    // Output first: a command whose output pipe is full reads no input, and to wait for it to do so
-    // with its output unread would lose the input.
+    if (!serveHost(entries[0].revents)) {
+      return false;
+    }
     if (entries[1].revents != 0) {
-      forward(streams_.out, wire::stdout_);
+      input_.flush();
     }
     if (entries[2].revents != 0) {
-      forward(streams_.err, wire::stderr_);
+      forward(streams_[0]);
     }
-    if (entries[0].revents != 0 && !readHost()) {
-      child_.signal(SIGKILL);
-      return State::hostGone;
+    if (entries[3].revents != 0) {
+      forward(streams_[1]);
     }
-    return State::running;
+    return true;
   }
 
-  /// Whether the output that is left of an ended child has been sent, or waited for long enough.
-  [[nodiscard]] bool drained() const {
-    return (!streams_.out && !streams_.err) || Clock::now() - child_.exit()->time > grace_;
+  /// While too much input waits, the host is not read from, but watched all the same.
+  [[nodiscard]] pollfd hostEntry() const {
+    const int reading = input_.full() ? System::peerLeft : POLLIN;
+    const int writing = output_.waiting() ? POLLOUT : 0;
+    return {host_, static_cast<short>(reading | writing), 0};
+  }
+
+  /// While output waits for the host, no more of it is read, which holds the command up. What waits
+  /// is at most a frame of each stream: neither keeps the other from being read.
+  [[nodiscard]] pollfd streamEntry(const Stream& stream) const {
+    return {output_.waiting() ? -1 : stream.pipe.get(), POLLIN, 0};
   }
 
   /// False when the host has gone.
+  bool serveHost(short events) {
+    if ((events & POLLOUT) != 0) {
+      output_.flush();
+    }
+    if (input_.full()) {
+      return !System::peerHasLeft(host_);
+    }
+    return (events & ~POLLOUT) == 0 || readHost();
+  }
+
   bool readHost() {
     const ssize_t n = read(host_, buffer_.get(), readSize);
     if (n <= 0) {
@@ -208,15 +152,59 @@ class Pump {
     return true;
   }
 
-  void forward(UniqueFD& stream, std::string_view tag) {
-    const ssize_t n = read(stream.get(), buffer_.get(), readSize);
+  void forward(Stream& stream) {
+    const ssize_t n = read(stream.pipe.get(), buffer_.get(), readSize);
     if (n > 0) {
-      ExecFrames::output(frame_, tag, {buffer_.get(), static_cast<std::size_t>(n)});
-      // A host that can't be written to is noticed when it is read from.
-      writeAll(host_, frame_);
+      output_.send(stream.tag, {buffer_.get(), static_cast<std::size_t>(n)});
     } else if (n == 0 || !isTransient(errno)) {
-      stream.reset();
+      stream.pipe.reset();
     }
+  }
+
+  /// Whether the output that is left of an ended child has been sent, or waited for long enough.
+  [[nodiscard]] bool drained() const {
+    return (!streams_[0].pipe && !streams_[1].pipe) ||
+           Clock::now() - child_.exit()->noticed > grace_;
+  }
+
+  /// Ends the traffic with the command; what is still to be done is to get rid of the last frames.
+  void end() {
+    for (Stream& stream : streams_) {
+      forwardRest(stream);
+    }
+    input_.close();
+    output_.sendExit(child_.exit() ? child_.exit()->code : GroupLeader::unknownCode);
+    ended_ = true;
+  }
+
+  /// Sends what a pipe holds, and closes it: a slow host may have kept the command's last words in
+  /// there for longer than the grace time.
+  void forwardRest(Stream& stream) {
+    int left = 0;
+    if (stream.pipe && ioctl(stream.pipe.get(), FIONREAD, &left) != 0) {  // NOLINT(*-vararg)
+      left = 0;
+    }
+    while (left > 0) {
+      const auto wanted = std::min(static_cast<std::size_t>(left), readSize);
+      const ssize_t n = readSome(stream.pipe.get(), {buffer_.get(), wanted});
+      if (n <= 0) {
+        break;
+      }
+      output_.send(stream.tag, {buffer_.get(), static_cast<std::size_t>(n)});
+      left -= static_cast<int>(n);
+    }
+    stream.pipe.reset();
+  }
+
+  /// What to do when `poll` fails. False when there is nothing more that could be done.
+  bool giveUp() {
+    child_.signal(SIGKILL);
+    child_.poll();
+    if (ended_) {
+      return false;
+    }
+    end();
+    return true;
   }
 
   void applyHostFrames() {
@@ -225,32 +213,27 @@ class Pump {
         handleHostFrame(*line);
       }
     }
+    input_.flush();
   }
 
   /// What is not a frame, or not complete, is ignored.
   void handleHostFrame(std::string_view line) {
-    if (const auto input = ExecFrames::payload(line); input && input->tag == wire::stdin_) {
-      feed(input->bytes);
+    if (auto input = ExecFrames::payload(line); input && input->tag == wire::stdin_) {
+      input_.add(std::move(input->bytes));
       return;
     }
-    const std::optional<Json> frame = parseObject(line);
+    const std::optional<Json> frame = parseMembers(line, AgentWire::hostMembers);
     const std::string* tag = frame ? stringMember(*frame, wire::tagKey) : nullptr;
     if (!tag) {
       return;
     }
     if (*tag == wire::stdin_) {
       const std::string* text = stringMember(*frame, wire::dataKey);
-      feed((text ? decodeBase64(*text) : std::nullopt).value_or(""));
+      input_.add((text ? decodeBase64(*text) : std::nullopt).value_or(""));
     } else if (*tag == wire::stdinEOF) {
-      streams_.in.reset();
+      input_.end();
     } else if (*tag == wire::signal) {
       sendSignal(*frame);
-    }
-  }
-
-  void feed(std::string_view bytes) {
-    if (streams_.in) {
-      ExecSession::writeBounded(streams_.in.get(), bytes, ExecSession::stdinRetries);
     }
   }
 
@@ -262,16 +245,19 @@ class Pump {
     if (*number < std::numeric_limits<int>::min() || *number > std::numeric_limits<int>::max()) {
       fatalError("a host's signal number does not fit 32 bits");
     }
+    input_.flush();  // the command may have read what was sent before the signal
     child_.signal(static_cast<int>(*number));
   }
 
   int host_;
   LineSplitBuffer& lines_;
   GroupLeader& child_;
-  Streams streams_;
   milliseconds grace_;
+  ExecInput input_;
+  std::array<Stream, 2> streams_;
+  ExecOutput output_;
+  bool ended_ = false;
   std::unique_ptr<char[]> buffer_{new char[readSize]};
-  std::string frame_;
 };
 
 }  // namespace
@@ -299,24 +285,6 @@ std::optional<ExecSession::Invocation> ExecSession::shellInvocation(
   invocation.env[std::string(ShellSpool::spoolEnvKey)] = ShellSpool::defaultDir();
   invocation.env.emplace(ShellSpool::captureEnvKey, "tap");
   return invocation;
-}
-
-void ExecSession::writeBounded(int fd, std::string_view data, int retries) {
-  Clock::duration waited{};
-  while (!data.empty()) {
-    const ssize_t n = write(fd, data.data(), data.size());
-    if (n > 0) {
-      data.remove_prefix(static_cast<std::size_t>(n));
-      continue;
-    }
-    if (n == 0 || !isTransient(errno) || waited >= retries * writeWait) {
-      return;
-    }
-    pollfd room{fd, POLLOUT, 0};
-    const Clock::time_point before = Clock::now();
-    ::poll(&room, 1, static_cast<int>(writeWait.count()));
-    waited += Clock::now() - before;
-  }
 }
 
 ExecSession::ExecSession(int fd, LineSplitBuffer buffered, std::string dulkPath,
@@ -353,10 +321,9 @@ void ExecSession::run(const Json& request) {
     return fail("could not launch the command (posix_spawn errno " + std::to_string(error.code()) +
                 ")");
   }
-  Streams streams{std::move(pipes->in.writeEnd), std::move(pipes->out.readEnd),
-                  std::move(pipes->err.readEnd)};
+  Pump pump(fd_, lines_, *child, *pipes, milliseconds(std::max(graceMillis_, 0)));
   pipes.reset();  // closes the child's ends
-  Pump(fd_, lines_, *child, std::move(streams), milliseconds(std::max(graceMillis_, 0))).run();
+  pump.run();
 }
 
 void ExecSession::fail(std::string_view message) const {

@@ -15,6 +15,10 @@ namespace tervain {
 /// Runs one shell command for a host: starts it, streams its output as frames, applies the host's
 /// frames to it, and reports its end. Single-threaded; everything it says, it says in frames.
 ///
+/// Nothing is lost, and nothing waits for anything else: a command that does not read its input, or
+/// a host that does not read its output, holds up that stream alone. Signals, the command's end and
+/// the host's leaving are acted on at once.
+///
 /// Whatever ends the session, the command's process group does not outlive a host that has gone,
 /// and no zombie or descriptor is left behind.
 class ExecSession {
@@ -23,14 +27,9 @@ class ExecSession {
   static constexpr std::string_view defaultDulkPath = "/usr/local/bin/dulk";
   /// The shell that runs them when the environment says TERVAIN_DULK_DISABLE=1.
   static constexpr std::string_view fallbackShellPath = "/bin/zsh";
-  /// How long output is still drained once the command has ended, in milliseconds: descendants
-  /// that keep its pipes open must not hold the session.
+  /// How long the session goes on once the command has ended, in milliseconds: descendants that
+  /// keep its output open must not hold it.
   static constexpr int defaultPipeGraceMillis = 2000;
-  /// How often `writeBounded` may wait for a command that does not read its input, each time for
-  /// 2 ms: one frame stalls the session for a second at the most, then it gets back to pumping
-  /// output and watching the host.
-  static constexpr int stdinRetries = 500;
-
   /// What the host is told when the agent shell is not installed.
   static const std::string& dulkMissingMessage();
 
@@ -47,12 +46,8 @@ class ExecSession {
       const std::string& command, const std::string& dulkPath, const Environment& environment,
       const std::function<bool(const std::string&)>& isExecutable);
 
-  /// Writes all of `data` to a non-blocking descriptor, waiting for room `retries` times 2 ms in
-  /// total at the most. What can't be written by then, or at all, is dropped.
-  static void writeBounded(int fd, std::string_view data, int retries);
-
-  /// `fd` is the host's connection; it stays the caller's. `buffered` holds what the host has sent
-  /// behind the request.
+  /// `fd` is the host's connection. It stays the caller's, and becomes non-blocking for as long as
+  /// a command runs. `buffered` holds what the host has sent behind the request.
   ExecSession(int fd, LineSplitBuffer buffered, std::string dulkPath = std::string(defaultDulkPath),
               int pipeGraceMillis = defaultPipeGraceMillis);
 

@@ -66,43 +66,6 @@ std::optional<std::int64_t> exactInteger(const Json& value) {
 
 }  // namespace
 
-std::optional<Json> parseObject(std::string_view text) {
-  bool tooDeep = false;
-  const auto watchDepth = [&tooDeep](int depth, Json::parse_event_t event, const Json&) {
-    using Event = Json::parse_event_t;
-    const bool opens = event == Event::object_start || event == Event::array_start;
-    tooDeep = tooDeep || (opens && depth >= maxJsonDepth);
-    return !tooDeep;
-  };
-  Json value = Json::parse(text.begin(), text.end(), watchDepth, /*allow_exceptions=*/false);
-  if (tooDeep || !value.is_object()) {
-    return std::nullopt;
-  }
-  return value;
-}
-
-std::optional<std::string> serialize(const Json& value) {
-  std::string plain;
-  try {
-    plain = value.dump();
-  } catch (const Json::exception&) {
-    return std::nullopt;
-  }
-  if (plain.find('/') == std::string::npos) {
-    return plain;
-  }
-  // A slash can only stand inside a string, so escaping each is enough.
-  std::string text;
-  text.reserve(plain.size() + plain.size() / 16);
-  for (const char c : plain) {
-    if (c == '/') {
-      text += '\\';
-    }
-    text += c;
-  }
-  return text;
-}
-
 const std::string* stringMember(const Json& object, std::string_view key) {
   const Json* value = member(object, key);
   return value ? value->get_ptr<const std::string*>() : nullptr;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -25,11 +26,19 @@ namespace tervain {
 /// and stack whatever a peer sends; platform JSON readers draw the line at the same place.
 inline constexpr int maxJsonDepth = 512;
 
+// Both ways to read a text take time in proportion to its length, whatever is in it.
+
 /// The object that a JSON text holds; nothing when the text is not JSON, not UTF-8, nested too
-/// deep, or when its top level is anything but an object.
+/// deep, made of more than a million values, or when its top level is anything but an object.
 std::optional<Json> parseObject(std::string_view text);
 
+/// The same for one of whose object only members of some names are of interest. All of the text is
+/// checked, but no other members are kept, and of arrays and objects no more than that they are
+/// such: it takes no more memory than their strings have bytes. There may be any number of values.
+std::optional<Json> parseMembers(std::string_view text, std::span<const std::string_view> names);
+
 /// The compact JSON text of a value, "/" written as "\/". Nothing when a string in it is not UTF-8.
+/// A number that is none is null.
 std::optional<std::string> serialize(const Json& value);
 
 // How members of a request are read. This is the one place that decides what counts as what.

@@ -26,12 +26,13 @@ struct KeyStroke {
 /// The names of keys and modifiers in chords such as "cmd+s".
 namespace KeyMap {
 
-/// What a chord presses: its last part is the key, those before it are modifiers. Case does not
-/// matter, empty parts are dropped, and modifiers that have no name here are ignored. Nothing when
-/// the key has no name here.
+/// What a chord presses: its last part names the key, those before it name modifiers. Case does not
+/// matter; empty parts and modifiers of unknown names are ignored. Nothing when the key's name is
+/// unknown.
 std::optional<KeyStroke> stroke(std::string_view chord);
 
-/// The name that a lower-case key name stands for; most names stand for themselves.
+/// Turns another spelling of a lower-case key name into the usual one, as "enter" into "return".
+/// Other names come back as they are.
 std::string_view normalizeKeyName(std::string_view name);
 
 }  // namespace KeyMap

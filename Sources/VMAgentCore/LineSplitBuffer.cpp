@@ -3,8 +3,8 @@
 namespace tervain {
 namespace {
 
-/// An empty buffer that has grown past this gives its memory back: one huge line should not cost a
-/// connection megabytes for the rest of its life.
+/// A buffer that has grown past this and holds less gives its memory back: one huge line should not
+/// cost a connection megabytes for the rest of its life.
 constexpr std::size_t keptCapacity = 262'144;
 
 }  // namespace
@@ -13,9 +13,6 @@ void LineSplitBuffer::append(std::string_view bytes) {
   data_.erase(0, start_);
   scanned_ -= start_;
   start_ = 0;
-  if (data_.empty() && data_.capacity() > keptCapacity) {
-    data_.shrink_to_fit();
-  }
   data_.append(bytes);
 }
 
@@ -23,6 +20,7 @@ std::optional<std::string_view> LineSplitBuffer::next() {
   const std::size_t end = data_.find('\n', scanned_);
   if (end == std::string::npos) {
     scanned_ = data_.size();
+    releaseTaken();
     return std::nullopt;
   }
   std::string_view line(data_.data() + start_, end - start_);
@@ -31,6 +29,14 @@ std::optional<std::string_view> LineSplitBuffer::next() {
     line.remove_suffix(1);
   }
   return line;
+}
+
+void LineSplitBuffer::releaseTaken() {
+  if (data_.capacity() > keptCapacity && pendingBytes() < keptCapacity) {
+    std::string(data_, start_).swap(data_);  // an assignment would keep the memory
+    scanned_ -= start_;
+    start_ = 0;
+  }
 }
 
 }  // namespace tervain

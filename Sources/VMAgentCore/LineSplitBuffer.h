@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tervain {
 
@@ -11,12 +12,24 @@ namespace tervain {
 /// dropped. Empty lines are lines too.
 class LineSplitBuffer {
  public:
+  LineSplitBuffer() = default;
+  LineSplitBuffer(LineSplitBuffer&& other) noexcept { *this = std::move(other); }
+  LineSplitBuffer& operator=(LineSplitBuffer&& other) noexcept {
+    data_ = std::exchange(other.data_, {});
+    start_ = std::exchange(other.start_, 0);
+    scanned_ = std::exchange(other.scanned_, 0);
+    return *this;
+  }
+
   /// Adds bytes at the end. Lines handed out before are no longer valid.
   void append(std::string_view bytes);
 
   /// Takes the next complete line, or nothing if there is none yet. The view lives until the
-  /// buffer is next appended to, moved or destroyed.
+  /// buffer is next used. A buffer that has no more lines does not keep the memory of large ones.
   std::optional<std::string_view> next();
+
+  /// Gives the memory of large lines back as soon as they are done with, while others may wait.
+  void releaseTaken();
 
   /// How many bytes are held that have not been handed out as lines.
   [[nodiscard]] std::size_t pendingBytes() const { return data_.size() - start_; }

@@ -29,6 +29,16 @@ class Decimal {
 /// a longer one is dropped.
 inline constexpr std::size_t maxLogLine = 512;
 
+/// How large a log file gets, in bytes, before another is begun: weeks of hosts that come and go.
+inline constexpr std::int64_t maxLogFile = 1'048'576;
+
+/// Sends standard error to a file from now on, that of libraries included. The file is appended to;
+/// it is made, with its folder, where there is none. "~/" at the beginning of the path is the
+/// user's home directory. When a line has made the file larger than `maxLogFile`, it is renamed to
+/// PATH.old, in place of an older one, and begun anew. To be called once, before any thread is
+/// started. Throws AgentError, with standard error as it was.
+void logToFile(std::string_view path);
+
 /// Writes "[TervainVMAgent] ", the parts and a line feed to standard error, as a single write so
 /// that lines of different threads never mix. Takes no memory: it has to work when there is none.
 void writeLogLine(std::span<const std::string_view> parts);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "VMAgentCore/Deadline.h"
+#include "VMAgentCore/System.h"
 
 namespace tervain {
 
@@ -26,7 +27,7 @@ class ResultBox {
   /// Waits for the worker, to be called once. Nothing when it had no result, or none by then.
   std::optional<T> waitUntil(Deadline deadline) {
     std::unique_lock lock(mutex_);
-    filled_.wait_until(lock, deadline, [this] { return isFilled_; });
+    System::waitUntil(filled_, lock, deadline, [this] { return isFilled_; });
     return std::exchange(value_, std::nullopt);
   }
 

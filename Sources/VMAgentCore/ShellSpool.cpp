@@ -23,6 +23,9 @@ namespace {
 /// process when it gets no memory.)
 std::vector<std::string> sortedNames(const std::string& dir) {
   std::vector<std::string> names;
+  if (dir.find('\0') != std::string::npos) {
+    return names;  // no folder has such a name, but one may have its beginning
+  }
   const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(dir.c_str()), closedir);
   if (!folder) {
     return names;
@@ -81,6 +84,7 @@ std::string defaultDir() {
 }
 
 DrainResult drain(const std::string& dir, std::int64_t maxBytes) {
+  maxBytes = std::min(maxBytes, maxCap);
   DrainResult result;
   for (const std::string& name : sortedNames(dir)) {
     if (!name.ends_with(".jsonl")) {

@@ -1,8 +1,11 @@
 #include "VMAgentCore/SpawnGroupLeader.h"
 
 #include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <vector>
 
 #include "VMAgentCore/AgentError.h"
@@ -39,6 +42,15 @@ class FileActions {
   posix_spawn_file_actions_t value{};
 };
 
+/// The agent ignores SIGPIPE, and an ignored signal stays ignored across exec: without this,
+/// `yes | head` would end with an error message instead of silently.
+void restoreSigpipe(posix_spawnattr_t& attributes) {
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+}
+
 /// The null-terminated array of C strings that exec wants. It borrows the strings.
 std::vector<char*> pointers(std::vector<std::string>& strings) {
   std::vector<char*> result;
@@ -68,13 +80,21 @@ pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> arg
   require(posix_spawn_file_actions_adddup2(&actions.value, stderrFD, STDERR_FILENO));
   SpawnAttributes attributes;
   require(posix_spawnattr_setpgroup(&attributes.value, 0));
-  require(
-      System::inheritOnlyStandardStreams(attributes.value, POSIX_SPAWN_SETPGROUP, actions.value));
+  restoreSigpipe(attributes.value);
+  require(System::inheritOnlyStandardStreams(
+      attributes.value, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF, actions.value));
 
   pid_t pid = -1;
   require(posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value, pointers(argv).data(),
                       pointers(envp).data()));
   return pid;
+}
+
+int waitForEnd(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return status;
 }
 
 }  // namespace tervain

@@ -1,9 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace tervain {
+
+/// How many bytes of UTF-8 the character has that a text starts with, which is not empty; none if
+/// that is not UTF-8.
+std::size_t utf8Length(std::string_view text);
 
 /// The UTF-16 code units of a text that is valid UTF-8.
 std::u16string utf16(std::string_view utf8);

@@ -1,19 +1,28 @@
 #pragma once
 
-#include <functional>
+#include <string>
+#include <variant>
+#include <vector>
 
-#include "tervainctl/Commands.h"
+#include "tervainctl/CommandTable/Arguments.h"
 
 namespace tervain::ctl {
 
-/// Performs the command that a command line names, or says why not; returns its exit status.
-/// `words` are those behind "--".
-using Perform =
-    std::function<int(const Command& command, const Action& action, const Words& words)>;
+/// The words of a command line.
+using Words = std::vector<std::string>;
 
-/// Parses a command line, the program's name left out, with every subcommand declared in `app`.
-/// Prints help if that is what it asks for. Returns the exit status, `badUsage` for a line that
-/// can't be parsed.
-int runCommandLine(CLI::App& app, Words arguments, const Perform& perform);
+/// What a command line asks for.
+struct Invocation {
+  const Command& command;
+  Json arguments;
+};
+
+/// Where a command line comes from.
+enum class Source { shell, session };
+
+/// Parses a command line, the program's name left out. One that asks for help, or can't be
+/// understood, is answered at once, and gives the exit status. Throws AgentError when nobody reads
+/// the help.
+std::variant<Invocation, int> parseCommandLine(Words line, Source source);
 
 }  // namespace tervain::ctl

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <unistd.h>
 
 #include <array>
@@ -98,10 +97,8 @@ class RawExchange {
 
 }  // namespace
 
-Action declareRaw(CLI::App& /*app*/) {
-  return [](AgentConnection& connection, const Call& /*call*/) {
-    return RawExchange(std::move(connection)).run();
-  };
+int exchangeLines(AgentConnection& connection, const Call& /*call*/) {
+  return RawExchange(std::move(connection)).run();
 }
 
 }  // namespace tervain::ctl

@@ -1,13 +1,12 @@
-#include <CLI/CLI.hpp>
 #include <unistd.h>
 
-#include <cerrno>
 #include <memory>
 
-#include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/IO.h"
 #include "tervainctl/CommandLine.h"
+#include "tervainctl/Commands.h"
 #include "tervainctl/ShellWords.h"
+#include "tervainctl/TimeLimit.h"
 
 namespace tervain::ctl {
 namespace {
@@ -41,25 +40,49 @@ class InputLines {
   bool open_ = true;
 };
 
+/// Ends the process when a command takes too long, as its reply would be taken for the next one's;
+/// unless the user has set a limit for the whole session.
+class CommandLimit {
+ public:
+  CommandLimit(const Invocation& invocation, const Call& session)
+      : isOurs_(!session.arguments.contains("timeout") && !invocation.command.timesItself) {
+    if (isOurs_) {
+      endAfter(limitOf(invocation.command, invocation.arguments));
+    }
+  }
+  ~CommandLimit() {
+    if (isOurs_) {
+      endAfter(noLimit);
+    }
+  }
+  CommandLimit(const CommandLimit&) = delete;
+  CommandLimit& operator=(const CommandLimit&) = delete;
+
+ private:
+  bool isOurs_;
+};
+
 /// Performs one command. A failure is the command's alone, unless nobody reads our output any more.
-int performOne(AgentConnection& connection, const Command& command, const Action& action) {
+int performOne(AgentConnection& connection, const Call& session, const Invocation& invocation) {
+  const Command& command = invocation.command;
   if (command.place == Place::alone) {
-    complain(std::string(command.name) + " doesn't work in a session; call tervainctl " +
-             command.name + " by itself");
+    const std::string name(command.name);
+    complain(name + " doesn't work in a session; call tervainctl " + name + " by itself");
     return failed;
   }
   try {
-    return action(connection, {.words = {}, .inSession = true, .agent = {}});
-  } catch (const AgentError& error) {
-    if (error.code() == EPIPE) {
-      throw;
-    }
+    const CommandLimit limit(invocation, session);
+    return std::get<Action>(actionOf(command))(
+        connection, {.command = command, .arguments = invocation.arguments, .inSession = true});
+  } catch (const OutputClosed&) {
+    throw;
+  } catch (const std::exception& error) {
     complain(error.what());
     return failed;
   }
 }
 
-int performLine(AgentConnection& connection, std::string_view line) {
+int performLine(AgentConnection& connection, const Call& session, std::string_view line) {
   auto words = splitShellWords(line);
   if (!words) {
     complain("the line ends within quotes or behind a backslash: " + std::string(line));
@@ -68,36 +91,24 @@ int performLine(AgentConnection& connection, std::string_view line) {
   if (words->empty()) {
     return 0;
   }
-  CLI::App app("Commands of a session, one a line.", "");
-  return runCommandLine(app, *std::move(words),
-                        [&](const Command& command, const Action& action, const Words&) {
-                          return performOne(connection, command, action);
-                        });
+  const auto parsed = parseCommandLine(*std::move(words), Source::session);
+  const int* status = std::get_if<int>(&parsed);
+  return status ? *status : performOne(connection, session, std::get<Invocation>(parsed));
 }
 
-int runSession(AgentConnection& connection) {
+}  // namespace
+
+int runSession(AgentConnection& connection, const Call& call) {
   InputLines lines;
   int status = 0;
   while (const auto line = lines.next()) {
-    status = performLine(connection, *line) == 0 ? status : failed;
+    status = performLine(connection, call, *line) == 0 ? status : failed;
     if (connection.ended() || !connection.writable()) {
       complain("the agent closed the connection");
       return failed;
     }
   }
   return status;
-}
-
-}  // namespace
-
-Action declareSession(CLI::App& options) {
-  options.footer(
-      "Commands are written as behind tervainctl, with quotes and backslashes as in a shell. "
-      "Blank\n"
-      "lines and lines that begin with # are skipped. Refs of elements live until the next tree. "
-      "A\n"
-      "command that fails does not end the session; its exit status is 1 then, and 0 otherwise.");
-  return [](AgentConnection& connection, const Call&) { return runSession(connection); };
 }
 
 }  // namespace tervain::ctl

@@ -1,7 +1,3 @@
-#include <CLI/CLI.hpp>
-
-#include <memory>
-
 #include "tervainctl/Commands.h"
 
 namespace tervain::ctl {
@@ -36,28 +32,22 @@ std::string describe(const Json& ping) {
 
 }  // namespace
 
-Action declarePing(CLI::App& options) {
-  const auto raw = std::make_shared<bool>(false);
-  options.add_flag("--json", *raw, "Print the reply as it is");
-  return [raw](AgentConnection& connection, const Call&) {
-    const auto reply = ask(connection, {{"op", "ping"}});
-    if (!reply) {
-      return failed;
-    }
-    print(*raw ? reply->dump() + "\n" : describe(*reply));
-    return 0;
-  };
+int showStatus(AgentConnection& connection, const Call& call) {
+  const auto reply = ask(connection, requestOf(call.command, call.arguments));
+  if (!reply) {
+    return failed;
+  }
+  print(given(call, "json") ? reply->dump() + "\n" : describe(*reply));
+  return 0;
 }
 
-Action declareCursor(CLI::App&) {
-  return [](AgentConnection& connection, const Call&) {
-    const auto reply = ask(connection, {{"op", "cursor_position"}});
-    if (!reply) {
-      return failed;
-    }
-    print(numberText(*reply, "x") + " " + numberText(*reply, "y") + "\n");
-    return 0;
-  };
+int showPointer(AgentConnection& connection, const Call& call) {
+  const auto reply = ask(connection, requestOf(call.command, call.arguments));
+  if (!reply) {
+    return failed;
+  }
+  print(numberText(*reply, "x") + " " + numberText(*reply, "y") + "\n");
+  return 0;
 }
 
 }  // namespace tervain::ctl

@@ -2,45 +2,91 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
+#include <map>
 
+#include "VMAgentClient/AgentNames.h"
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/IO.h"
 
 namespace tervain::ctl {
 namespace {
 
-constexpr std::array table{
-    Command{"ping", "Show the agent's version, displays and privacy grants", declarePing},
-    Command{"cursor", "Show where the pointer is", declareCursor},
-    Command{"screenshot", "Take a picture of a display, as JPEG", declareScreenshot},
-    Command{"click", "Click at a point", declareClick},
-    Command{"move", "Move the pointer to a point", declareMove},
-    Command{"drag", "Drag to a point with the left button", declareDrag},
-    Command{"scroll", "Scroll what is under the pointer, by lines", declareScroll},
-    Command{"type", "Type a text", declareType},
-    Command{"key", "Press a key, such as return or cmd+shift+z", declareKey},
-    Command{"launch", "Start an application, or bring it up", declareLaunch},
-    Command{"tree", "Show an application's elements as an outline", declareTree},
-    Command{"at", "Show the element at a point", declareAt},
-    Command{"press", "Perform an action of an element", declarePress, Place::session},
-    Command{"set", "Set an element's value", declareSet, Place::session},
-    Command{"focus", "Give an element the keyboard focus", declareFocus, Place::session},
-    Command{"exec", "Run a command in the guest: exec -- COMMAND...", declareExec, Place::alone,
-            true, notRun},
-    Command{"events", "Collect the guest's shell events", declareEvents},
-    Command{"session", "Perform commands from standard input, one a line, on one connection",
-            declareSession, Place::alone},
-    Command{"conform", "Check that an agent does all that it should", declareConform, Place::alone},
-    Command{"raw", "Send request lines from standard input, print the replies", declareRaw,
-            Place::alone},
-};
+constexpr std::string_view noAgent =
+    "no agent named; give --agent AGENT or set TERVAIN_AGENT, where AGENT is vsock:CID, "
+    "vsock:CID:PORT, unix:PATH, unix-mux:PATH, exec:COMMAND or a name";
+
+/// For the commands that are one request, answered by success alone.
+int tellRequest(AgentConnection& connection, const Call& call) {
+  return tell(connection, requestOf(call.command, call.arguments));
+}
+
+void writeLine(std::string_view message) {
+  std::string line = "tervainctl: ";
+  writeAll(STDERR_FILENO, line.append(message).append("\n"));
+}
 
 }  // namespace
 
-std::span<const Command> commands() {
-  return table;
+std::variant<Action, Errand> actionOf(const Command& command) {
+  static const std::map<std::string_view, std::variant<Action, Errand>> actions{
+      {"ping", showStatus},
+      {"cursor", showPointer},
+      {"screenshot", takeScreenshot},
+      {"click", click},
+      {"move", tellRequest},
+      {"drag", tellRequest},
+      {"scroll", tellRequest},
+      {"type", type},
+      {"key", tellRequest},
+      {"launch", tellRequest},
+      {"tree", showTree},
+      {"at", showElementAt},
+      {"find", findElements},
+      {"wait", waitForElements},
+      {"press", pressElement},
+      {"set", setElement},
+      {"focus", focusElement},
+      {"inspect", inspect},
+      {"clipboard", useClipboard},
+      {"exec", runExec},
+      {"shell", runShell},
+      {"agents", listAgents},
+      {"wait-ready", waitReady},
+      {"doctor", examine},
+      {"session", runSession},
+      {"conform", checkConformance},
+      {"events", collectShellEvents},
+      {"raw", exchangeLines},
+      {"mcp", serveAiHost},
+      {"mcp-config", showAiHostSettings},
+  };
+  return actions.at(command.name);
+}
+
+std::string agentText(const Json& arguments) {
+  const std::string* const agent = stringMember(arguments, "agent");
+  if (!agent) {
+    throw NoSuchAgent(std::string(noAgent));
+  }
+  return *agent;
+}
+
+AgentAddress agentOf(const Json& arguments) {
+  return resolveAgent(agentText(arguments), processEnvironment());
+}
+
+double limitOf(const Command& command, const Json& arguments) {
+  return arguments.value("timeout", command.limit);
+}
+
+bool given(const Call& call, std::string_view key) {
+  return truthy(call.arguments, key);
+}
+
+std::optional<std::string> textArgument(const Call& call, std::string_view key) {
+  const std::string* text = stringMember(call.arguments, key);
+  return text ? std::optional(*text) : std::nullopt;
 }
 
 std::optional<Json> ask(AgentConnection& connection, const Json& request) {
@@ -59,7 +105,7 @@ int tell(AgentConnection& connection, const Json& request) {
     return failed;
   }
   if (const std::string* note = stringMember(*reply, "note")) {
-    complain(*note);
+    remark(*note);
   }
   return 0;
 }
@@ -71,13 +117,23 @@ std::string numberText(const Json& object, std::string_view key) {
 
 void print(std::string_view bytes) {
   if (!writeAll(STDOUT_FILENO, bytes)) {
-    throw AgentError::posix("writing the output", errno);
+    throwWriteError("writing the output");
   }
 }
 
+void throwWriteError(std::string_view phrase) {
+  if (errno == EPIPE) {
+    throw OutputClosed();
+  }
+  throw AgentError::posix(phrase, errno);
+}
+
 void complain(std::string_view message) {
-  std::string line = "tervainctl: ";
-  writeAll(STDERR_FILENO, line.append(message).append("\n"));
+  writeLine(message);
+}
+
+void remark(std::string_view message) {
+  writeLine(message);
 }
 
 }  // namespace tervain::ctl

@@ -1,84 +1,87 @@
 #pragma once
 
-#include <functional>
+#include <exception>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <variant>
 
 #include "VMAgentClient/AgentAddress.h"
 #include "VMAgentClient/AgentConnection.h"
-
-namespace CLI {
-class App;
-}
+#include "VMAgentClient/Elements.h"
+#include "tervainctl/CommandTable/Arguments.h"
 
 namespace tervain::ctl {
 
-/// Exit statuses of the tool itself.
-inline constexpr int failed = 1;
-inline constexpr int badUsage = 2;
-/// What a shell reports of a program that SIGPIPE has ended: the reader of the output has gone.
-inline constexpr int outputClosed = 141;
-/// The command of an exec could not be run, or was lost; its own status can be anything.
-inline constexpr int notRun = 255;
+/// Nobody reads our output any more, so there is nobody to tell about it either.
+struct OutputClosed : std::exception {
+  [[nodiscard]] const char* what() const noexcept override {
+    return "the reader of the output has gone";
+  }
+};
 
-/// The words of a command line.
-using Words = std::vector<std::string>;
-
-/// How a command is called, beside its options.
+/// How a command is called.
 struct Call {
-  Words words;             // behind "--", as they were given
+  const Command& command;
+  Json arguments;
   bool inSession = false;  // standard input has further commands
-  AgentAddress agent;      // what the connection leads to, for further connections
+  AgentAddress agent{};    // what the connection leads to, for further connections
 };
 
-/// Does what a subcommand is for, and returns its exit status. It may use the connection up. Throws
-/// AgentError.
-using Action = std::function<int(AgentConnection& connection, const Call& call)>;
+/// Does what a command is for, and returns its exit status. It may use the connection up. Throws
+/// what AgentConnection throws, OutputClosed, and NoSuchAgent or BadArgument for a call that makes
+/// no sense.
+using Action = int (*)(AgentConnection& connection, const Call& call);
 
-/// Where a subcommand is of use.
-enum class Place {
-  anywhere,
-  alone,    // takes the connection, or standard input, for itself
-  session,  // names elements by refs, which are gone with the connection
-};
+/// The same for a command that makes its connections itself, if any: `call.agent` is not filled in.
+using Errand = int (*)(const Call& call);
 
-/// A subcommand: its options are declared first and read by the action once they are parsed.
-struct Command {
-  const char* name = nullptr;
-  const char* help = nullptr;
-  Action (*declare)(CLI::App& options) = nullptr;
-  Place place = Place::anywhere;
-  bool takesWords = false;
-  int failure = failed;  // the exit status when the action throws, or without an agent to talk to
-};
+/// What a command of the table does.
+std::variant<Action, Errand> actionOf(const Command& command);
 
-/// Every subcommand.
-std::span<const Command> commands();
+/// The agent that a call names: its text, which may be a name, and its address. Throws NoSuchAgent
+/// and AgentError.
+std::string agentText(const Json& arguments);
+AgentAddress agentOf(const Json& arguments);
 
-// What the subcommands do, each family in a file of its own.
-Action declarePing(CLI::App& options);
-Action declareCursor(CLI::App& options);
-Action declareScreenshot(CLI::App& options);
-Action declareClick(CLI::App& options);
-Action declareMove(CLI::App& options);
-Action declareDrag(CLI::App& options);
-Action declareScroll(CLI::App& options);
-Action declareType(CLI::App& options);
-Action declareKey(CLI::App& options);
-Action declareLaunch(CLI::App& options);
-Action declareTree(CLI::App& options);
-Action declareAt(CLI::App& options);
-Action declarePress(CLI::App& options);
-Action declareSet(CLI::App& options);
-Action declareFocus(CLI::App& options);
-Action declareExec(CLI::App& options);
-Action declareEvents(CLI::App& options);
-Action declareSession(CLI::App& options);
-Action declareConform(CLI::App& options);
-Action declareRaw(CLI::App& options);
+/// The seconds that a call may take: what the user says, or else the command's own limit.
+double limitOf(const Command& command, const Json& arguments);
+
+// The actions, each family in a file of its own.
+int showStatus(AgentConnection& connection, const Call& call);
+int showPointer(AgentConnection& connection, const Call& call);
+int takeScreenshot(AgentConnection& connection, const Call& call);
+int type(AgentConnection& connection, const Call& call);
+int showTree(AgentConnection& connection, const Call& call);
+int showElementAt(AgentConnection& connection, const Call& call);
+int findElements(AgentConnection& connection, const Call& call);
+int waitForElements(AgentConnection& connection, const Call& call);
+int pressElement(AgentConnection& connection, const Call& call);
+int setElement(AgentConnection& connection, const Call& call);
+int focusElement(AgentConnection& connection, const Call& call);
+int click(AgentConnection& connection, const Call& call);
+int inspect(AgentConnection& connection, const Call& call);
+int useClipboard(AgentConnection& connection, const Call& call);
+int runExec(AgentConnection& connection, const Call& call);
+int runShell(AgentConnection& connection, const Call& call);
+int listAgents(const Call& call);
+int waitReady(const Call& call);
+int examine(const Call& call);
+int collectShellEvents(AgentConnection& connection, const Call& call);
+int runSession(AgentConnection& connection, const Call& call);
+int checkConformance(const Call& call);
+int exchangeLines(AgentConnection& connection, const Call& call);
+int serveAiHost(const Call& call);
+int showAiHostSettings(const Call& call);
+
+/// Which elements a command looks at.
+Scope scopeOf(const Call& call);
+
+/// Whether a flag was given.
+bool given(const Call& call, std::string_view key);
+
+/// An argument that is a text; nothing when it was not given.
+std::optional<std::string> textArgument(const Call& call, std::string_view key);
 
 /// Sends a request and returns its reply, or prints the reply's error text if it is a failure.
 std::optional<Json> ask(AgentConnection& connection, const Json& request);
@@ -90,10 +93,15 @@ int tell(AgentConnection& connection, const Json& request);
 /// A member that is an integer, in decimal, or a question mark.
 std::string numberText(const Json& object, std::string_view key);
 
-/// Writes to standard output, at once. Throws AgentError.
+/// Writes to standard output, at once. Throws OutputClosed and AgentError.
 void print(std::string_view bytes);
 
-/// Writes a line for the user to standard error.
+/// Throws what a write that has just failed, with its reason in errno, is told as.
+[[noreturn]] void throwWriteError(std::string_view phrase);
+
+/// Writes a line for the user to standard error: that something failed, or, as a remark, what else
+/// there is to know.
 void complain(std::string_view message);
+void remark(std::string_view message);
 
 }  // namespace tervain::ctl

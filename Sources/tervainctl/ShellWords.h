@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "tervainctl/Commands.h"
+#include "tervainctl/CommandLine.h"
 
 namespace tervain::ctl {
 

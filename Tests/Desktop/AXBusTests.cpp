@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <sstream>
 
 #include "Desktop/Desktop.h"
 
@@ -12,12 +11,6 @@ namespace tervain::test {
 namespace {
 
 constexpr const char* launcher = "/usr/libexec/at-spi-bus-launcher";
-
-std::vector<pid_t> childrenOf(pid_t pid) {
-  const std::string number = std::to_string(pid);
-  std::istringstream children(textOf("/proc/" + number + "/task/" + number + "/children"));
-  return {std::istream_iterator<pid_t>(children), std::istream_iterator<pid_t>()};
-}
 
 /// The launcher that the desktop has started: our own parent's child.
 pid_t desktopLauncher() {

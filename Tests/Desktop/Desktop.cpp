@@ -4,13 +4,13 @@
 
 #include <cstdlib>
 
-#include "Platform/Linux/Xkb.h"
+#include "Platform/Linux/X11/Properties.h"
 
 namespace tervain::test {
 namespace {
 
-X11::Session openSession() {
-  auto session = X11::Session::open(X11::Clock::now() + std::chrono::hours(1));
+Linux::X11::Session openSession() {
+  auto session = Linux::X11::Session::open(after(std::chrono::hours(1)));
   if (!session) {
     ADD_FAILURE() << "there is no desktop";
     std::abort();
@@ -76,7 +76,7 @@ Witness::~Witness() {
 
 void Witness::watchInput() {
   xcb_map_window(x11_.get(), window_);
-  while (const auto event = x11_.awaitEvent(X11::Clock::now() + patience)) {
+  while (const auto event = x11_.awaitEvent(after(patience))) {
     if ((event->response_type & 0x7F) == XCB_MAP_NOTIFY) {
       break;
     }
@@ -88,7 +88,7 @@ void Witness::watchInput() {
 std::vector<Witness::Seen> Witness::seen(std::size_t count) {
   std::vector<Seen> all;
   while (all.size() < count) {
-    const auto event = x11_.awaitEvent(X11::Clock::now() + std::chrono::seconds(2));
+    const auto event = x11_.awaitEvent(after(std::chrono::seconds(2)));
     if (!event) {
       break;
     }
@@ -110,14 +110,12 @@ std::vector<Witness::Seen> Witness::seen(std::size_t count) {
 }
 
 std::pair<int, int> Witness::pointer() {
-  const auto reply = x11_.await<xcb_query_pointer_reply_t>(
-      xcb_query_pointer(x11_.get(), x11_.screen().root).sequence);
+  const auto reply = x11_.await(xcb_query_pointer(x11_.get(), x11_.screen().root));
   return {reply->root_x, reply->root_y};
 }
 
 std::vector<xcb_keysym_t> Witness::keyboardMap() {
-  const auto reply = x11_.await<xcb_get_keyboard_mapping_reply_t>(
-      xcb_get_keyboard_mapping(x11_.get(), 8, 248).sequence);
+  const auto reply = x11_.await(xcb_get_keyboard_mapping(x11_.get(), 8, 248));
   const xcb_keysym_t* const symbols = xcb_get_keyboard_mapping_keysyms(reply.get());
   return {symbols, symbols + xcb_get_keyboard_mapping_keysyms_length(reply.get())};
 }
@@ -128,19 +126,13 @@ void Witness::lock(std::uint8_t modifiers, std::uint8_t group) {
 }
 
 std::pair<int, int> Witness::locks() {
-  const auto state = x11_.await<xcb_xkb_get_state_reply_t>(
-      xcb_xkb_get_state(x11_.get(), XCB_XKB_ID_USE_CORE_KBD).sequence);
+  const auto state = x11_.await(xcb_xkb_get_state(x11_.get(), XCB_XKB_ID_USE_CORE_KBD));
   return {state->lockedMods, state->lockedGroup};
 }
 
 std::uint32_t Witness::cardinal(xcb_window_t window, const char* property) {
-  const auto reply = x11_.await<xcb_get_property_reply_t>(
-      xcb_get_property(x11_.get(), 0, window, x11_.atom(property), XCB_GET_PROPERTY_TYPE_ANY, 0, 1)
-          .sequence);
-  if (!reply || reply->value_len == 0) {
-    return 0;
-  }
-  return *static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
+  const auto numbers = Linux::X11::numbers(x11_, window, property);
+  return numbers.empty() ? 0 : numbers.front();
 }
 
 pid_t Witness::activeProcess() {

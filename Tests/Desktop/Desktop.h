@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Linux/X11.h"
+#include "Platform/Linux/X11/Session.h"
 #include "Support/AgentProcess.h"
 
 namespace tervain::test {
@@ -79,7 +79,7 @@ class Witness {
  private:
   std::uint32_t cardinal(xcb_window_t window, const char* property);
 
-  X11::Session x11_;
+  Linux::X11::Session x11_;
   xcb_window_t window_;
 };
 

@@ -15,18 +15,27 @@ const Json success = {{"ok", true}};
 class LaunchDesktop : public testing::Test {
  protected:
   LaunchDesktop() {
-    fs::create_directories(data_.path("applications"));
     data_.write("probe-one",
-                "#!/bin/sh\necho $$ >\"" + data_.path("started") + "\"\nexec sleep 1000\n");
+                "#!/bin/sh\necho \"$$ $*\" >\"" + data_.path("started") + "\"\nexec sleep 1000\n");
     fs::permissions(probe_, fs::perms::owner_all);
-    const std::string run = "Exec=" + probe_ + "\n";
+    fs::create_directories(data_.path("chromium"));
+    fs::copy(probe_, data_.path("chromium/electric"));
+    data_.write("chromium/chrome_100_percent.pak", "");
+    const std::string run = "Exec=" + probe_;
     entry("org.example.Probe",
-          run + "Name=Test Probe\nName[de]=Prüfstück\nStartupWMClass=ProbeClass\n");
-    entry("hidden-probe", run + "Name=Unseen\nNoDisplay=true\n");
+          run + " %U\nName=Test Probe\nName[de]=Prüfstück\nStartupWMClass=ProbeClass\n");
+    entry("aprobe", run + " --first\nName=Iğdır Cafe\u0301\n");
+    entry("org.example.desktop", run + " --twin\nName=IĞDIR CAFÉ\n");
+    entry("sub/Folder", "Exec=env A=b " + probe_ + "\nName=Odd\n");
+    entry("snap_snap", "Exec=env A=b " + data_.path("chromium/electric") + " %U\nName=Snap\n");
+    entry("script", "Exec=sh " + probe_ + " --script\nName=\nOnlyShowIn=Elsewhere\n" +
+                        "StartupWMClass=Scripted\n");
+    entry("hidden-probe", run + " --hidden\nName=Unseen\nNoDisplay=true\n");
     entry("gone", "Name=Gone\nExec=/nonexistent/program\n");
     entry("org.example.Bus", "Exec=/bin/true\nName=Bus Probe\nDBusActivatable=true\n");
     environment_["XDG_DATA_HOME"] = data_.path();
     environment_["LANGUAGE"] = "de";
+    environment_.erase("XDG_CURRENT_DESKTOP");
     agent_.emplace(AgentProcess::Options{environment_, {}});
   }
 
@@ -37,6 +46,7 @@ class LaunchDesktop : public testing::Test {
   }
 
   void entry(const std::string& id, const std::string& lines) {
+    fs::create_directories(fs::path(data_.path("applications/" + id)).parent_path());
     data_.write("applications/" + id + ".desktop", "[Desktop Entry]\nType=Application\n" + lines);
   }
 
@@ -50,7 +60,10 @@ class LaunchDesktop : public testing::Test {
     if (!eventually([&] { return textOf(mark).ends_with('\n'); })) {
       return -1;
     }
-    const pid_t pid = std::stoi(textOf(mark));
+    const std::string started = textOf(mark);
+    const pid_t pid = std::stoi(started);
+    arguments_ = started.substr(started.find(' ') + 1);
+    arguments_.pop_back();
     fs::remove(mark);
     started_.insert(pid);
     return pid;
@@ -61,16 +74,31 @@ class LaunchDesktop : public testing::Test {
   std::map<std::string, std::string> environment_ = desktopEnvironment();
   std::optional<AgentProcess> agent_;
   std::set<pid_t> started_;
+  std::string arguments_;  ///< those that the last probe got
 };
 
-TEST_F(LaunchDesktop, FindsAnApplicationByAnyOfItsNames) {
-  for (const char* name : {"org.example.Probe", "org.example.Probe.desktop", "ORG.EXAMPLE.PROBE",
-                           "Test Probe", "test probe", "Test Probe.app", "Prüfstück", "PRÜFSTÜCK",
-                           "Probe", "probe-one", "probeclass", "Prüf", "hidden-probe"}) {
-    EXPECT_EQ(launch(name), success) << name;
-    EXPECT_GT(startedProbe(), 0) << name;
+TEST_F(LaunchDesktop, FindsTheApplicationThatANameFitsBest) {
+  const struct {
+    std::string arguments;
+    std::vector<const char*> names;
+  } cases[] = {{"",
+                {"org.example.Probe", "org.example.Probe.desktop", "ORG.EXAMPLE.PROBE",
+                 "Test Probe", "test probe", "Test Probe.app", "PRÜFSTÜCK", "Pru\u0308fstu\u0308ck",
+                 "Probe", "probe-one", "probeclass", "sub-Folder"}},
+               {"--first", {"aprobe", "ığdır café", "IĞDIR CAFE\u0301", "İĞDİR CAFÉ"}},
+               {"--twin", {"org.example.desktop"}},
+               {"--hidden", {"hidden-probe"}},
+               {"--script", {"scripted"}},
+               {"--force-renderer-accessibility", {"Snap", "electric"}}};
+  for (const auto& c : cases) {
+    for (const char* name : c.names) {
+      EXPECT_EQ(launch(name), success) << name;
+      EXPECT_GT(startedProbe(), 0) << name;
+      EXPECT_EQ(arguments_, c.arguments) << name;
+    }
   }
-  for (const std::string name : {"Nonesuch", "Unseen", "Gone", "gone", "-a", "../probe-one"}) {
+  for (const std::string name : {"Nonesuch", "Unseen", "Gone", "gone", "-a", "../probe-one", ".app",
+                                 ".desktop", " ", "Prüf", "Test Probe ", "Folder", "sh", "env"}) {
     EXPECT_EQ(launch(name)["error"], "no application named \"" + name + "\" (open -a exited 1)");
   }
   EXPECT_NE(launch("Bus Probe").value("error", "").find("org.example.Bus"), std::string::npos);

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <memory>
 
+#include "CVsock/cvsock.h"
 #include "Support/AgentProcess.h"
 
 namespace tervain {
@@ -97,19 +98,19 @@ TEST_F(Status, DoesNotWaitForWhatHangs) {
   const auto footprint = agent_.footprint();
   x->signal(SIGSTOP);
   for (int look = 0; look < 3; ++look) {
-    const auto start = test::Clock::now();
+    const auto start = Clock::now();
     EXPECT_EQ(readiness(), grants(true, false));
     EXPECT_FALSE(cursor().value("ok", true));
-    EXPECT_LT(test::Clock::now() - start, bounded);
+    EXPECT_LT(Clock::now() - start, bounded);
   }
   x->signal(SIGCONT);
   EXPECT_TRUE(becomes(grants(true, true)));
   // Only a new connection has to ask the session bus where the accessibility bus is.
   bus_.signal(SIGSTOP);
   Peer late = agent_.connect();
-  const auto start = test::Clock::now();
+  const auto start = Clock::now();
   EXPECT_EQ(late.ask(R"({"op":"ping"})")["readiness"], grants(false, true));
-  EXPECT_LT(test::Clock::now() - start, bounded);
+  EXPECT_LT(Clock::now() - start, bounded);
   bus_.signal(SIGCONT);
   EXPECT_TRUE(
       eventually([&] { return late.ask(R"({"op":"ping"})")["readiness"] == grants(true, true); }));
@@ -119,6 +120,40 @@ TEST_F(Status, DoesNotWaitForWhatHangs) {
     const auto now = agent_.footprint();
     return now.threads <= footprint.threads && now.descriptors <= footprint.descriptors + 3;
   })) << testing::PrintToString(agent_.footprint());
+}
+
+// A server and a bus, but no window manager, nothing on the screen, and another has the port.
+TEST_F(Status, IsCheckedUp) {
+  const auto x = startX();
+  ASSERT_TRUE(becomes(grants(true, true)));
+  const int socket = tervain_vsock_listen(20'353, 1);
+  const auto expect = [](std::vector<std::string> command, const auto& environment,
+                         const std::vector<std::string>& rows) {
+    command.insert(command.end(), {AGENT_PATH, "--check"});
+    const auto ended = test::runToEnd(command, environment);
+    EXPECT_EQ(ended.status, 1);
+    for (const std::string& row : rows) {
+      EXPECT_NE(ended.err.find(row), std::string::npos) << row << "\n" << ended.err;
+    }
+  };
+  using Variables = std::map<std::string, std::string>;
+  expect({},
+         Variables{{"DISPLAY", display},
+                   {"DBUS_SESSION_BUS_ADDRESS", bus_.line()},
+                   {"TERVAIN_AGENT_PORT", "20353"}},
+         {"WRONG    window manager", "WRONG    picture             1280x800 pixels of one colour\n",
+          "fine     accessibility bus   answers\n",
+          "fine     pointer             moved, and put back\n",
+          "fine     shell               /bin/zsh runs commands\n",
+          socket >= 0 ? "port                vsock port 20353 is in use" : "WRONG    port"});
+  close(socket);
+  expect({SERVE_UNIX_PATH, runtime_.path("agent")},
+         Variables{{"DISPLAY", ":nowhere"}, {"TERVAIN_DULK_DISABLE", "0"}},
+         {"WRONG    X server            none answers at :nowhere", "WRONG    session bus",
+          "WRONG    accessibility       not granted", "unsure   picture             not tried",
+          "WRONG    shell               /usr/local/bin/dulk is not there\n",
+          "fine     port                a listening socket is handed over\n"});
+  EXPECT_EQ(cursor(), (Json{{"ok", true}, {"x", 640}, {"y", 400}}));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // that the fault accounts for, or the connection's end; and nothing is left behind.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <thread>
 
 #include "Faults/FaultInjection.h"
 #include "ScriptedPlatform/ScriptedEvents.h"
@@ -19,6 +19,7 @@
 #include "Support/ScriptedDesktop.h"
 #include "TervainVMAgent/AgentListener.h"
 #include "TervainVMAgent/StartUp.h"
+#include "VMAgentCore/NeverDestroyed.h"
 
 namespace tervain {
 namespace {
@@ -135,8 +136,13 @@ class Faults : public testing::Test {
     test::spareThisThread();
     setenv("TERVAIN_DULK_DISABLE", "1", 1);
     test::scriptDesktop();
-    static AgentListener listener(test::listenAt(path()));
-    std::thread([] { listener.run(); }).detach();
+    static NeverDestroyed<AgentListener> listener(test::listenAt(path()));
+    // A std::thread would hold memory that nothing refers to any more, as the listener never
+    // returns.
+    pthread_t thread{};
+    const auto serve = [](void*) -> void* { listener->run(); };
+    ASSERT_EQ(pthread_create(&thread, nullptr, serve, nullptr), 0);
+    pthread_detach(thread);
   }
 
   static std::string path() {
@@ -238,6 +244,19 @@ Start start(const Fault& fault) {
   return {status % missed, status < missed, test::textOf(dir.path("log"))};
 }
 
+TEST(StartUp, LogsEachGrantByItsName) {
+  using test::ScriptedStatus;
+  const std::pair<bool ScriptedStatus::*, const char*> grants[] = {
+      {&ScriptedStatus::accessibility, "accessibility=false screenRecording=true postEvent=true"},
+      {&ScriptedStatus::screenRecording, "accessibility=true screenRecording=false postEvent=true"},
+      {&ScriptedStatus::postEvent, "accessibility=true screenRecording=true postEvent=false"}};
+  for (const auto& [grant, line] : grants) {
+    test::scriptedStatus().*grant = false;
+    EXPECT_NE(start({Call::kill, 0}).log.find(line), std::string::npos) << line;
+    test::scriptedStatus().*grant = true;
+  }
+}
+
 TEST(StartUpFaults, EndInTheFatalLineIfTheyMatter) {
   setenv("TERVAIN_AGENT_PORT", std::to_string(30'000 + getpid() % 30'000).c_str(), 1);
   for (const auto& [call, error] :
@@ -253,6 +272,11 @@ TEST(StartUpFaults, EndInTheFatalLineIfTheyMatter) {
         EXPECT_TRUE(seen.status == EXIT_SUCCESS || seen.status == EXIT_FAILURE) << seen.status;
         const bool fatal = seen.log.find("[TervainVMAgent] FATAL: ") != std::string::npos;
         EXPECT_TRUE(fatal == (seen.status == EXIT_FAILURE) || call == Call::write) << seen.log;
+        const bool hints =
+            seen.log.find(
+                ") failed: No such device — is this running inside a macOS "
+                "guest VM? (AF_VSOCK fails ENODEV on a host)\n") != std::string::npos;
+        EXPECT_EQ(hints, call == Call::socket) << seen.log;
       }
     }
   }

@@ -7,28 +7,28 @@
 #include "Fuzz/Fuzz.h"
 #include "Fuzz/HostileApplication.h"
 #include "Fuzz/Requests.h"
-#include "Platform/Linux/Windows.h"
+#include "Platform/Linux/X11/Windows.h"
 #include "VMAgentCore/Json.h"
 
 namespace tervain {
 namespace {
 
-std::vector<X11::Window>& windows() {
-  static std::vector<X11::Window> windows;
+std::vector<Linux::X11::Window>& windows() {
+  static std::vector<Linux::X11::Window> windows;
   return windows;
 }
 
-X11::Window readWindow(std::istream& line) {
+Linux::X11::Window readWindow(std::istream& line) {
   std::int16_t x = 0;
   std::int16_t y = 0;
   std::uint16_t sizes[6] = {};
   bool isManaged = false;
   line >> x >> y >> sizes[0] >> sizes[1] >> isManaged;
-  X11::Window window{.pid = fuzz::HostileApplication::pid,
-                     .place = {x, y, sizes[0], sizes[1]},
-                     .isManaged = isManaged,
-                     .title = "Save ",
-                     .shadow = {}};
+  Linux::X11::Window window{.pid = fuzz::HostileApplication::pid,
+                            .place = {x, y, sizes[0], sizes[1]},
+                            .isManaged = isManaged,
+                            .title = "Save ",
+                            .shadow = {}};
   if (line >> sizes[2] >> sizes[3] >> sizes[4] >> sizes[5]) {
     window.shadow = {sizes[2], sizes[3], sizes[4], sizes[5]};
   }
@@ -44,23 +44,32 @@ bool isOfAccessibility(const std::string& request) {
 }  // namespace
 
 // What the accessibility of the port asks an X server.
-namespace X11 {
+namespace Linux::X11 {
 
-Session::Session(Connection connection, Clock::time_point deadline)
+Session::Session(Connection connection, Deadline deadline)
     : connection_(std::move(connection)), deadline_(deadline) {}
 Session::~Session() = default;
-std::optional<Session> Session::open(Clock::time_point deadline) {
+std::optional<Session> Session::open(Deadline deadline) {
   return Session(nullptr, deadline);
 }
 std::vector<Window> windowsOf(Session& /*x11*/, pid_t /*pid*/) {
   return windows();
 }
+std::vector<Window> popupsOf(Session& /*x11*/, pid_t /*pid*/) {
+  return windows();
+}
 std::optional<Window> windowAt(Session& /*x11*/, int /*x*/, int /*y*/) {
   return windows().empty() ? std::nullopt : std::optional(windows().front());
 }
+std::optional<pid_t> activeProcess(Session& /*x11*/) {
+  return fuzz::HostileApplication::pid;
+}
+xcb_window_t activeWindow(Session& /*x11*/) {
+  return XCB_WINDOW_NONE;
+}
 void activate(Session& /*x11*/, xcb_window_t /*window*/) {}
 
-}  // namespace X11
+}  // namespace Linux::X11
 }  // namespace tervain
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "Fuzz/Fuzz.h"
+#include "Support/Sockets.h"
 #include "VMAgentCore/IO.h"
 #include "VMAgentCore/LineSplitBuffer.h"
 
@@ -18,13 +19,15 @@ constexpr std::size_t maxPacket = 1 << 20;
 LineSplitBuffer talk(int host, const std::vector<std::string_view>& pieces, Then then) {
   static std::vector<char> buffer(maxPacket);
   LineSplitBuffer heard;
+  bool leaving = then == Then::endStream;
   for (auto piece = pieces.begin();;) {
-    if (piece == pieces.end() && then == Then::endStream) {
+    if (piece == pieces.end() && leaving) {
       shutdown(host, SHUT_WR);
     }
-    const auto wanted = piece == pieces.end() ? POLLIN : POLLIN | POLLOUT;
+    const auto speaking = then == Then::listenLate ? POLLOUT : POLLIN | POLLOUT;
+    const auto wanted = piece == pieces.end() ? POLLIN : speaking;
     pollfd ready{host, static_cast<short>(wanted), 0};
-    poll(&ready, 1, -1);
+    waitForEvents({&ready, 1});
     if ((ready.revents & ~POLLOUT) != 0) {
       const ssize_t n = readSome(host, buffer);
       if (n < 0 && errno == ECONNRESET) {
@@ -34,6 +37,7 @@ LineSplitBuffer talk(int host, const std::vector<std::string_view>& pieces, Then
         return heard;
       }
       heard.append({buffer.data(), static_cast<std::size_t>(n)});
+      leaving = leaving || then == Then::endStreamWhenHeard;
     } else if (ready.revents != 0 &&
                send(host, piece->data(), piece->size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
       ++piece;
@@ -46,13 +50,12 @@ LineSplitBuffer talk(int host, const std::vector<std::string_view>& pieces, Then
 Conversation converse(const std::vector<std::string_view>& pieces,
                       const std::function<void(UniqueFD)>& agent, Then then, int socketType) {
   std::signal(SIGPIPE, SIG_IGN);
-  int ends[2];
-  require(socketpair(AF_UNIX, socketType | SOCK_CLOEXEC, 0, ends) == 0, "no socket pair");
-  const UniqueFD host(ends[0]);
+  auto [host, end] = test::socketPair(socketType);
+  require(host && end, "no socket pair");
   Conversation result;
-  std::thread thread([&result, &agent, end = ends[1]] {
+  std::thread thread([&result, &agent, &end = end] {
     try {
-      agent(UniqueFD(end));
+      agent(std::move(end));
     } catch (const FatalError& error) {
       result.fatal = error.why;
     }

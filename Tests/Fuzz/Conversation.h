@@ -13,8 +13,9 @@
 
 namespace tervain::fuzz {
 
-/// What a host does when it has sent all it has to send.
-enum class Then { endStream, listen };
+/// What a host does when it has sent all it has to send: it ends its stream, at once or when it has
+/// heard something, or listens on. One that listens late has read nothing before.
+enum class Then { endStream, endStreamWhenHeard, listen, listenLate };
 
 /// What came of a connection.
 struct Conversation {

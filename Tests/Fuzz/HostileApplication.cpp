@@ -9,7 +9,7 @@
 #include <sstream>
 #include <vector>
 
-#include "Platform/Linux/AccessibilityBus.h"
+#include "Platform/Linux/Accessibility/Bus.h"
 #include "Support/BusServer.h"
 #include "Support/Peer.h"
 #include "Support/TempDir.h"
@@ -17,7 +17,7 @@
 namespace tervain::fuzz {
 namespace {
 
-using AccessibilityBus::Message;
+using Linux::AccessibilityBus::Message;
 using Answers = std::deque<std::string>;
 
 const std::string& busPath() {
@@ -40,10 +40,15 @@ std::string honestTypes(const std::string& name) {
       {"au", {"GetState"}},
       {"b", {"DoAction", "GrabFocus", "SelectChild", "SetTextContents"}},
       {"d", {"CurrentValue", "MaximumValue", "MinimumIncrement", "MinimumValue"}},
-      {"i", {"CharacterCount", "ChildCount", "GetIndexInParent"}},
+      {"i",
+       {"CharacterCount", "ChildCount", "GetColumnAtIndex", "GetIndexInParent", "GetRowAtIndex",
+        "NActions", "NColumns", "NRows"}},
       {"(iiii)", {"GetExtents"}},
-      {"s", {"GetApplicationBusAddress", "GetRoleName", "GetText", "Name", "ToolkitName"}},
-      {"(so)", {"GetAccessibleAtPoint", "GetChildAtIndex", "Parent"}},
+      {"s",
+       {"GetApplicationBusAddress", "GetName", "GetRoleName", "GetText", "Name", "ToolkitName"}},
+      {"(so)",
+       {"GetAccessibleAt", "GetAccessibleAtPoint", "GetChildAtIndex", "GetColumnHeader",
+        "GetRowHeader", "GetSelectedChild", "Parent"}},
       {"u", {"GetRole"}}};
   for (const auto& [types, group] : names) {
     if (std::find(group.begin(), group.end(), name) != group.end()) {
@@ -190,7 +195,7 @@ bool answerAll(sd_bus* connection, Answers& answers) {
 }
 
 void serve(Answers answers, int end) {
-  std::vector<AccessibilityBus::Bus> connections;
+  std::vector<Linux::AccessibilityBus::Bus> connections;
   for (;;) {
     std::vector<pollfd> ready{{end, POLLIN, 0}, {listener(), POLLIN, 0}};
     for (const auto& connection : connections) {

@@ -42,6 +42,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::require(buffer.pendingBytes() == rest.size(), "another number of pending bytes");
     if (piece.size() % 3 == 0) {
       LineSplitBuffer moved = std::move(buffer);
+      fuzz::require(buffer.pendingBytes() == 0,
+                    "a moved-from buffer is not as good as new");  // NOLINT(*-use-after-move)
       buffer = std::move(moved);
     }
   }

@@ -82,9 +82,27 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::memcpy(&number, data, size);
     roundNumber(number);
   }
-  const auto request = parseObject(fuzz::textOf(data, size));
+  const std::string_view line = fuzz::textOf(data, size);
+  const auto request = parseObject(line);
+  const std::string_view names[] = {"k", "a"};
+  const auto members = parseMembers(line, names);
+  fuzz::require(request.has_value() == members.has_value(), "a line that is valid and is not");
   if (!request) {
+    // The library takes a NUL for the end, and any depth.
+    const bool may = line.find('\0') != std::string_view::npos || size > maxJsonDepth;
+    fuzz::require(may || !Json::parse(line, nullptr, false).is_object(), "a valid line refused");
     return 0;
+  }
+  // As texts, in which an integer is no double.
+  fuzz::require(request->dump() == Json::parse(line).dump(), "another object than the library's");
+  for (const auto& [key, value] : members->items()) {
+    const Json& whole = request->at(key);
+    fuzz::require(
+        value.is_structured() ? value.type() == whole.type() && value.empty() : value == whole,
+        "another member");
+  }
+  for (const std::string_view name : names) {
+    fuzz::require(members->contains(name) == request->contains(name), "a member was not kept");
   }
   readMembers(*request);
   const auto text = serialize(*request);

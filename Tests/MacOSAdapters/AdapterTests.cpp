@@ -62,7 +62,7 @@ class MacOSAdapters : public testing::Test {
  protected:
   Fake::System system_;
   AXElement application_ = applicationElement(42, milliseconds(1500));
-  AXReader reader_{application_, {.maxDepth = 12, .maxNodes = 800, .maxChildren = 2}};
+  static constexpr AXWalk walk{.maxDepth = 12, .maxNodes = 800, .maxChildren = 2};
 };
 
 TEST_F(MacOSAdapters, AReferenceLetsGoOfWhatItHad) {
@@ -72,43 +72,55 @@ TEST_F(MacOSAdapters, AReferenceLetsGoOfWhatItHad) {
 }
 
 TEST_F(MacOSAdapters, AttributesAreTranslatedByType) {
-  const std::pair<Answer, const char*> cases[] = {
-      {{make(Fake::string, "Grüße, 🌍\xFF")}, "text Grüße, 🌍?"},
-      {{make(Fake::string, std::string("a\0b", 3))}, "text a\0b"},
-      {{make(Fake::string, "")}, "text "},
-      {{make(Fake::boolean, true)}, "number 0 1"},
-      {{make(Fake::number, std::int64_t{-7})}, "number 0 -7"},
-      {{make(Fake::number, 0.5F)}, "number 1 0.5"},
-      {{make(Fake::number, 0.25)}, "number 2 0.25"},
-      {{address("page", "https://example.org/")}, "url https://example.org/page"},
-      {{make(Fake::value, Point{10.5, -3})}, "point 10.5 -3"},
-      {{make(Fake::value, Size{99.5, 20})}, "size 99.5 20"},
-      {{make(Fake::value, "")}, "other"},
-      {{make(Fake::date, "")}, "other"},
-      {{array(60, Fake::element, "child")}, "2 of 60, press of child 1"},
-      {{array(1, Fake::element, "child")}, "1 of 1, press of child 0"},
-      {{array(0, Fake::element, "")}, "0 of 0"},
-      {{array(3, Fake::element, "child", Fake::string)}, "other"},
-      {{make(Fake::array, std::vector{array(2, Fake::element, "")})}, "other"},
-      {{make(Fake::string, "stale"), failed}, "nothing"},
-      {{nullptr, failed}, "nothing"},
-      {{}, "nothing"}};
-  for (const auto& [answer, expected] : cases) {
-    system_.answers["AXValue"] = answer;
-    const auto value = reader_.attribute(application_, AXAttribute::value);
-    EXPECT_STREQ((value ? std::visit(Describe{}, *value) : "nothing").c_str(), expected);
+  const auto makeCases = [] {
+    return std::vector<std::pair<Answer, const char*>>{
+        {{make(Fake::string, "Grüße, 🌍\xFF")}, "text Grüße, 🌍?"},
+        {{make(Fake::string, std::string("a\0b", 3))}, "text a\0b"},
+        {{make(Fake::string, "")}, "text "},
+        {{make(Fake::boolean, true)}, "number 0 1"},
+        {{make(Fake::number, std::int64_t{-7})}, "number 0 -7"},
+        {{make(Fake::number, 0.5F)}, "number 1 0.5"},
+        {{make(Fake::number, 0.25)}, "number 2 0.25"},
+        {{address("page", "https://example.org/")}, "url https://example.org/page"},
+        {{make(Fake::value, Point{10.5, -3})}, "point 10.5 -3"},
+        {{make(Fake::value, Size{99.5, 20})}, "size 99.5 20"},
+        {{make(Fake::value, "")}, "other"},
+        {{make(Fake::date, "")}, "other"},
+        {{array(2, Fake::element, "child")}, "2 of 2, press of child 1"},
+        {{array(0, Fake::element, "")}, "0 of 0"},
+        {{array(3, Fake::element, "child", Fake::string)}, "other"},
+        {{make(Fake::array, std::vector{array(2, Fake::element, "")})}, "other"},
+        {{make(Fake::string, "stale"), failed}, "nothing"},
+        {{nullptr, failed}, "nothing"},
+        {{}, "nothing"}};
+  };
+  for (const bool knowsLists : {true, false}) {
+    system_.application.knowsLists = knowsLists;
+    for (const auto& [answer, expected] : makeCases()) {
+      system_.answers["AXValue"] = answer;
+      const auto value = AXReader(application_, walk).attribute(application_, AXAttribute::value);
+      EXPECT_STREQ((value ? std::visit(Describe{}, *value) : "nothing").c_str(), expected);
+    }
   }
   system_.answers["AXValue"] = {address("page", "https://example.org/")};
   system_.createsObjects = false;
-  EXPECT_EQ(std::visit(Describe{}, *reader_.attribute(application_, AXAttribute::value)), "url ");
+  EXPECT_EQ(std::visit(Describe{}, *AXReader().attribute(application_, AXAttribute::value)),
+            "url ");
 }
 
 TEST_F(MacOSAdapters, AttributesAreAskedForByTheirNames) {
-  const char* names[] = {"AXRole",    "AXSubrole",  "AXTitle", "AXValue",   "AXEnabled",
-                         "AXFocused", "AXPosition", "AXSize",  "AXChildren"};
-  for (std::size_t index = 0; index < std::size(names); ++index) {
-    system_.answers = {{names[index], {make(Fake::string, "")}}};
-    EXPECT_TRUE(AXReader().attribute(application_, static_cast<AXAttribute>(index)));
+  const char* names[] = {"AXRole",    "AXSubrole", "AXTitle",    "AXValue",
+                         "AXEnabled", "AXFocused", "AXPosition", "AXSize"};
+  for (const bool knowsLists : {true, false}) {
+    system_.application.knowsLists = knowsLists;
+    for (const char* name : names) {
+      system_.answers[name] = {make(Fake::string, name)};
+    }
+    AXReader reader(application_, walk);
+    for (std::size_t index = 0; index < std::size(names); ++index) {
+      const auto value = reader.attribute(application_, static_cast<AXAttribute>(index));
+      EXPECT_EQ(std::visit(Describe{}, *value), line("text", names[index]));
+    }
   }
 }
 
@@ -120,7 +132,7 @@ TEST_F(MacOSAdapters, ActionNamesAreAllOrNothing) {
       {{}, {}}};
   for (const auto& [answer, expected] : cases) {
     system_.answers["action names"] = answer;
-    EXPECT_EQ(reader_.actionNames(application_), expected);
+    EXPECT_EQ(AXReader().actionNames(application_), expected);
   }
 }
 
@@ -134,8 +146,8 @@ TEST_F(MacOSAdapters, TheElementAtAPositionIsTheSystemsAnswer) {
     system_.requests = {};
     system_.answers["element at position"] = answer;
     const auto found = elementAtPosition(-10, 20.5F, milliseconds(1500));
-    EXPECT_EQ(system_.requests, (Requests{"everything times out after 1.5",  //
-                                          "at -10 20.5 of everything"}));
+    EXPECT_EQ(system_.requests, Requests{"at -10 20.5 of everything"});
+    EXPECT_EQ(system_.timeout, milliseconds(1500));
     if (error) {
       EXPECT_EQ(std::get<AXError>(found), *error);
     } else {
@@ -154,13 +166,18 @@ TEST_F(MacOSAdapters, ElementsAreActedOn) {
                                  setFocused(application_)};
     EXPECT_EQ(results, std::vector(3, code));
   }
-  EXPECT_EQ(system_.requests.front(), "application 42 times out after 1.5");
   EXPECT_EQ(Requests(system_.requests.end() - 4, system_.requests.end()),
             (Requests{"set AXValue of application 42", "AXPréss of application 42",
                       "AXValue of application 42 = ", "AXFocused of application 42 = true"}));
   system_.createsObjects = false;
   const std::vector results = {performAction(application_, "AXPress"), setValue(application_, "")};
   EXPECT_EQ(results, std::vector(2, AXError::failure));
+  EXPECT_TRUE(std::holds_alternative<AXError>(elementAtPosition(0, 0, milliseconds(1500))));
+  // For an application that the system gives no element for, it is asked nothing.
+  const AXElement none = applicationElement(-1, milliseconds(1500));
+  EXPECT_EQ(setFocused(none), AXError::invalidUIElement);
+  EXPECT_FALSE(isValueSettable(none));
+  EXPECT_FALSE(AXReader(none, walk).attribute(none, AXAttribute::role));
 }
 
 TEST_F(MacOSAdapters, EventsArePostedAsMadeAndAtTheirPace) {

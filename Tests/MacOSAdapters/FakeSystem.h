@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -23,17 +26,29 @@ using Platform::Point;
 using Platform::Size;
 using Reference = const void*;
 
-enum Type : unsigned long { array, boolean, date, element, event, number, string, url, value };
+enum Type : unsigned long {
+  array,
+  boolean,
+  date,
+  element,
+  event,
+  null,
+  number,
+  string,
+  url,
+  value
+};
 
 /// The byte 0xFF in a text stands for half a surrogate pair. A URL is a string, maybe followed by
-/// that of its base. For an element or an event, a text says what it is.
+/// that of its base. For an element or an event, a text says what it is; a value can be a code.
 using Content = std::variant<std::string, bool, std::int64_t, float, double, Point, Size,
-                             std::vector<Reference>>;
+                             std::vector<Reference>, std::int32_t>;
 
 struct Object {
   Type type;
   Content content;
   int references = 1;
+  std::chrono::duration<float> timeout{};  // of messages about an element; 0 for the process's
 };
 
 /// What a function gives: an object, or none, and whatever that is, a code.
@@ -46,6 +61,29 @@ struct Answer {
     *out = static_cast<Ref>(object);
     return static_cast<Code>(code);
   }
+};
+
+/// The codes of the accessibility interface that mean something here.
+enum Code : std::int32_t {
+  success = 0,
+  illegalArgument = -25201,
+  gone = -25202,
+  noAnswer = -25204,
+  unsupported = -25205,
+  notImplemented = -25208,
+};
+
+/// The application whose elements are asked about. It answers from its `answers`, until it doesn't.
+struct Application {
+  using Seconds = std::chrono::duration<float>;
+
+  /// The elements below the one that a text says, for attributes of type AXChildren.
+  std::function<std::size_t(const std::string& element)> childCount;
+  Seconds answersIn{0};
+  int answersLeft = 1'000'000;  // then it is silent, or dead
+  bool isDead = false;
+  bool knowsLists = true;  // of attributes, and parts of lists
+  int messages = 0;        // that were sent to it
 };
 
 /// Parts with a space between them.
@@ -77,6 +115,22 @@ struct System {
     return result;
   }
 
+  /// A message about an element takes its time. Its code, if it is not answered.
+  std::optional<std::int32_t> send(Object& element) {
+    ++application.messages;
+    const bool isThere = application.answersLeft-- > 0;
+    const auto limit = element.timeout.count() > 0 ? element.timeout : timeout;
+    if (!isThere && application.isDead) {
+      return noAnswer;
+    }
+    const bool inTime = isThere && application.answersIn <= limit;
+    uptime += inTime ? application.answersIn : limit;
+    return inTime ? std::nullopt : std::optional<std::int32_t>(noAnswer);
+  }
+
+  Application application;
+  Application::Seconds timeout{6};  // the process's default
+  Application::Seconds uptime{0};
   std::map<std::string, Answer> answers;  // for attributes, by name, and for what has no name
   std::int32_t result = 0;                // of requests that have nothing else to give
   bool isSettable = false;
@@ -84,6 +138,7 @@ struct System {
   std::vector<std::uint32_t> displays;  // none when the list can't be had
   Point pointer{};
   std::string grant;  // the only one
+  std::uint64_t processStart = 0;
 
   std::vector<std::string> requests;
   std::deque<Object> objects;

@@ -1,25 +1,29 @@
 #include "ScriptedPlatform/ScriptedCapture.h"
 
+#include <algorithm>
 #include <mutex>
+
+#include "VMAgentCore/NeverDestroyed.h"
 
 namespace tervain {
 namespace {
 
 std::mutex mutex;
-// Never destroyed: a capture that hung may still be under way when the process ends.
-auto& current = *new auto(std::make_shared<const test::ScriptedCapture>());
+// A capture that hung may still be under way when the process ends.
+NeverDestroyed<std::shared_ptr<const test::ScriptedCapture>> current{
+    std::make_shared<const test::ScriptedCapture>()};
 test::AskedCapture asked;
 
 std::shared_ptr<const test::ScriptedCapture> scripted() {
   const std::lock_guard lock(mutex);
-  return current;
+  return *current;
 }
 
 }  // namespace
 
 void test::script(ScriptedCapture capture) {
   const std::lock_guard lock(mutex);
-  current = std::make_shared<ScriptedCapture>(std::move(capture));
+  *current = std::make_shared<ScriptedCapture>(std::move(capture));
 }
 
 test::AskedCapture test::lastCapture() {
@@ -36,8 +40,11 @@ struct Image::Handle {
   test::AskedCapture asked;
 };
 
-std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Deadline) {
+std::variant<std::vector<ShareableDisplay>, CaptureError, TimedOut> shareableDisplays(Deadline) {
   const auto script = scripted();
+  if (script->listTimesOut) {
+    return TimedOut{};
+  }
   if (!script->listError.empty()) {
     return CaptureError{script->listError};
   }
@@ -50,11 +57,15 @@ std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Dead
   return displays;
 }
 
-std::variant<Image, CaptureError> captureImage(const ShareableDisplay& display, std::size_t width,
-                                               std::size_t height, Deadline) {
+std::variant<Image, CaptureError, TimedOut> captureImage(const ShareableDisplay& display,
+                                                         std::size_t width, std::size_t height,
+                                                         Deadline) {
   const auto script = scripted();
   if (script->beforeAnswer) {
     script->beforeAnswer();
+  }
+  if (script->captureTimesOut) {
+    return TimedOut{};
   }
   if (!script->captureError.empty()) {
     return CaptureError{script->captureError};
@@ -67,7 +78,13 @@ std::optional<std::string> encodeJPEG(const Image& image, double quality) {
   const std::lock_guard lock(mutex);
   asked = image.handle->asked;
   asked.quality = quality;
-  return current->jpeg;
+  return (*current)->jpeg;
+}
+
+std::vector<std::uint32_t> sampleColours(const Image&, std::size_t columns, std::size_t rows) {
+  std::vector<std::uint32_t> colours(columns * rows, 0x112233);
+  std::fill_n(colours.begin(), std::min(scripted()->otherColours, colours.size()), 0xFFFFFF);
+  return colours;
 }
 
 }  // namespace Platform

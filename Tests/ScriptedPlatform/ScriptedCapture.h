@@ -22,8 +22,11 @@ struct ScriptedCapture {
   std::vector<Display> displays;
   std::string listError;     ///< fails the listing when not empty
   std::string captureError;  ///< fails the capture when not empty
+  bool listTimesOut = false;
+  bool captureTimesOut = false;
   std::optional<std::string> jpeg = "jpeg";
   std::size_t missingRows = 0;         ///< by how many rows the image is smaller than asked for
+  std::size_t otherColours = 4096;     ///< how many samples of a picture are not of its background
   std::function<void()> beforeAnswer;  ///< called by every capture; may block, may throw
 };
 

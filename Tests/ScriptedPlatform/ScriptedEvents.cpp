@@ -73,7 +73,11 @@ void setUnicodeString(Event& event, std::u16string_view text) {
 }
 
 void post(const Event& event) {
-  test::scriptedEvents().posted.push_back(event.handle().line);
+  auto& script = test::scriptedEvents();
+  script.posted.push_back(event.handle().line);
+  if (script.onPost) {
+    script.onPost(script.posted.back());
+  }
 }
 
 void pause(std::chrono::microseconds duration) {

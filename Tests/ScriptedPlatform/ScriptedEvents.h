@@ -16,6 +16,9 @@ struct ScriptedEvents {
 
   /// Whether the next event can be made; asked for every one.
   std::function<bool()> canMake = [] { return true; };
+
+  /// Called for every line of an event that is posted.
+  std::function<void(const std::string& line)> onPost = nullptr;
 };
 
 /// The script in force; a test sets it before it asks anything of the agent.

@@ -2,23 +2,25 @@
 
 #include <mutex>
 
+#include "VMAgentCore/NeverDestroyed.h"
+
 namespace tervain {
 namespace {
 
 std::mutex mutex;
-// Never destroyed: a launch that hung may still be under way when the process ends.
-auto& current = *new test::ScriptedLaunch;
+// A launch that hung may still be under way when the process ends.
+NeverDestroyed<test::ScriptedLaunch> current;
 
 test::ScriptedLaunch scripted() {
   const std::lock_guard lock(mutex);
-  return current;
+  return *current;
 }
 
 }  // namespace
 
 void test::script(ScriptedLaunch launch) {
   const std::lock_guard lock(mutex);
-  current = std::move(launch);
+  *current = std::move(launch);
 }
 
 namespace Platform {

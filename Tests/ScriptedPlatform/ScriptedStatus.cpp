@@ -64,9 +64,7 @@ std::optional<std::string> applicationName(pid_t pid) {
   return found == names.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::optional<UniqueFD> inheritedListener() {
-  return std::nullopt;
-}
+void prepareForThreads() {}
 
 void runMainLoop() {
   test::scriptedStatus().mainLoop();

@@ -1,17 +1,11 @@
 #include "Support/AgentProcess.h"
 
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <ostream>
 
 #include "VMAgentCore/AgentWire.h"
-
-namespace fs = std::filesystem;
 
 namespace tervain::test {
 namespace {
@@ -22,17 +16,11 @@ Environment cleanEnvironment(const std::map<std::string, std::string>& additions
                            "AT_SPI_BUS_ADDRESS", "TERVAIN_AGENT_PORT"}) {
     environment.erase(name);
   }
-  environment["TERVAIN_DULK_DISABLE"] = "1";
+  environment.insert_or_assign("TERVAIN_DULK_DISABLE", std::string("1"));
   for (const auto& [name, value] : additions) {
     environment[name] = value;
   }
   return environment;
-}
-
-std::size_t entriesOf(const std::string& dir) {
-  std::error_code failed;
-  const auto entries = fs::directory_iterator(dir, failed);
-  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
 }  // namespace
@@ -58,33 +46,9 @@ bool AgentProcess::alive() const {
   return waitpid(pid(), nullptr, WNOHANG) == 0;
 }
 
-Footprint footprintOf(pid_t pid) {
-  const std::string process = "/proc/" + std::to_string(pid);
-  std::size_t children = 0;
-  for (const auto& task : fs::directory_iterator(process + "/task")) {
-    std::istringstream pids(textOf(task.path() / "children"));
-    children += static_cast<std::size_t>(
-        std::distance(std::istream_iterator<pid_t>(pids), std::istream_iterator<pid_t>()));
-  }
-  return {entriesOf(process + "/fd"), entriesOf(process + "/task"), children};
-}
-
-std::size_t AgentProcess::residentBytes() const {
-  std::size_t total = 0;
-  std::size_t resident = 0;
-  std::ifstream("/proc/" + std::to_string(pid()) + "/statm") >> total >> resident;
-  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
-
 void PrintTo(const Footprint& footprint, std::ostream* out) {
   *out << footprint.descriptors << " descriptors, " << footprint.threads << " threads, "
        << footprint.children << " children";
-}
-
-bool isRunning(pid_t pid) {
-  const std::string stat = textOf("/proc/" + std::to_string(pid) + "/stat");
-  const std::size_t nameEnd = stat.rfind(')');
-  return nameEnd != std::string::npos && stat.compare(nameEnd, 3, ") Z") != 0;
 }
 
 Ended runToEnd(const std::vector<std::string>& command,

@@ -9,27 +9,12 @@
 #include <vector>
 
 #include "Support/Peer.h"
+#include "Support/Processes.h"
 #include "Support/Program.h"
 #include "Support/TempDir.h"
 #include "VMAgentCore/Environment.h"
 
 namespace tervain::test {
-
-/// What must not pile up. Children include the dead that nobody has reaped.
-struct Footprint {
-  std::size_t descriptors;
-  std::size_t threads;
-  std::size_t children;
-  /// Whether none of it is more than in `other`.
-  [[nodiscard]] bool within(const Footprint& other) const {
-    return descriptors <= other.descriptors && threads <= other.threads &&
-           children <= other.children;
-  }
-};
-
-Footprint footprintOf(pid_t process);
-
-void PrintTo(const Footprint& footprint, std::ostream* out);
 
 /// The real executable, serving a Unix socket that was handed over to it. Its environment is this
 /// process's without a display or buses, with the system shell for commands, and with what the test
@@ -62,7 +47,10 @@ class AgentProcess {
   [[nodiscard]] Footprint footprint() const { return footprintOf(pid()); }
 
   /// Resident memory in bytes.
-  [[nodiscard]] std::size_t residentBytes() const;
+  [[nodiscard]] std::size_t residentBytes() const { return residentBytesOf(pid()); }
+
+  /// The most it ever was.
+  [[nodiscard]] std::size_t peakBytes() const { return peakBytesOf(pid()); }
 
  private:
   TempDir dir_;
@@ -70,9 +58,6 @@ class AgentProcess {
   std::optional<std::uint32_t> vsockPort_;
   std::optional<Program> program_;
 };
-
-/// Whether a process exists that has not ended, zombies being such as have.
-bool isRunning(pid_t pid);
 
 /// Runs a program to its end: its exit status and what it wrote to standard error.
 struct Ended {

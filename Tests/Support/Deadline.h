@@ -3,9 +3,9 @@
 #include <chrono>
 #include <thread>
 
-namespace tervain::test {
+#include "VMAgentCore/Deadline.h"
 
-using Clock = std::chrono::steady_clock;
+namespace tervain::test {
 
 /// How long a test waits for what must happen: long enough for a sanitized build on a busy machine,
 /// and reached only by a test that fails.
@@ -16,7 +16,7 @@ inline constexpr std::chrono::seconds patience{30};
 template <class Condition>
 bool eventually(Condition condition, Clock::duration limit = patience,
                 Clock::duration pause = std::chrono::milliseconds(5)) {
-  const auto deadline = Clock::now() + limit;
+  const Deadline deadline = after(limit);
   while (!condition()) {
     if (Clock::now() > deadline) {
       return false;

@@ -1,20 +1,32 @@
 #pragma once
 
-#include <sys/socket.h>
-
-#include <csignal>
 #include <thread>
 
 #include "Support/Peer.h"
+#include "Support/Sockets.h"
 #include "TervainVMAgent/ConnectionHandler.h"
 
 namespace tervain::test {
+
+/// The reply of an operation that failed.
+inline Json failure(const std::string& error) {
+  return {{"ok", false}, {"error", error}};
+}
+
+/// How many nodes there are in the tree of a dump.
+inline int countNodes(const Json& node) {
+  int count = 1;
+  for (const Json& child : node.value("children", Json::array())) {
+    count += countNodes(child);
+  }
+  return count;
+}
 
 /// A connection handler at work on a thread of its own, and the host's end of its connection.
 class HandlerConnection {
  public:
   explicit HandlerConnection(const OperationSettings& settings = {})
-      : HandlerConnection(makePair(), settings) {}
+      : HandlerConnection(socketPair(), settings) {}
   ~HandlerConnection() {
     host.close();
     thread_.join();
@@ -25,18 +37,7 @@ class HandlerConnection {
   Peer host;
 
  private:
-  struct Pair {
-    UniqueFD host;
-    UniqueFD agent;
-  };
-  static Pair makePair() {
-    std::signal(SIGPIPE, SIG_IGN);
-    int ends[2];
-    socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
-    return {UniqueFD(ends[0]), UniqueFD(ends[1])};
-  }
-
-  HandlerConnection(Pair pair, const OperationSettings& settings)
+  HandlerConnection(SocketPair pair, const OperationSettings& settings)
       : host(std::move(pair.host)), thread_([agent = std::move(pair.agent), settings]() mutable {
           ConnectionHandler(std::move(agent), settings).run();
         }) {}

@@ -9,7 +9,8 @@
 #include <system_error>
 
 #include "CVsock/cvsock.h"
-#include "VMAgentCore/Base64.h"
+#include "Support/Sockets.h"
+#include "VMAgentCore/Base64/Base64.h"
 #include "VMAgentCore/IO.h"
 
 namespace tervain::test {
@@ -27,7 +28,7 @@ sockaddr_un addressOf(const std::string& path) {
 
 UniqueFD listenAt(const std::string& path) {
   const sockaddr_un address = addressOf(path);
-  UniqueFD socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  UniqueFD socket = unixSocket();
   if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       listen(socket.get(), SOMAXCONN) != 0) {
     throw std::system_error(errno, std::generic_category(), path);
@@ -39,7 +40,7 @@ Peer Peer::connect(const std::string& path) {
   const sockaddr_un address = addressOf(path);
   UniqueFD socket;
   eventually([&] {
-    socket.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    socket = unixSocket();
     return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
            0;
   });
@@ -47,7 +48,8 @@ Peer Peer::connect(const std::string& path) {
 }
 
 Peer Peer::connect(std::uint32_t vsockPort) {
-  constexpr std::uint32_t thisMachine = 1;  // VMADDR_CID_LOCAL
+  std::uint32_t thisMachine = 0;
+  tervain_vsock_local_cid(&thisMachine);
   UniqueFD socket;
   eventually([&] {
     socket.reset(tervain_vsock_connect(thisMachine, vsockPort));
@@ -67,7 +69,7 @@ std::optional<std::string> Peer::readLine() {
       return std::string(*line);
     }
     pollfd ready{fd_.get(), POLLIN, 0};
-    if (poll(&ready, 1, static_cast<int>(std::chrono::milliseconds(patience).count())) <= 0) {
+    if (!waitForEvents({&ready, 1}, after(patience))) {
       return std::nullopt;
     }
     const ssize_t n = readSome(fd_.get(), buffer);
@@ -91,6 +93,16 @@ Json Peer::ask(std::string_view request) {
 
 bool Peer::closed() {
   return !readLine() && ended_ && lines_.pendingBytes() == 0;
+}
+
+ScriptedPeer::ScriptedPeer(std::function<void(Peer&)> script) {
+  auto [ours, agent] = socketPair();
+  host = std::move(ours);
+  done_ = std::async(std::launch::async,
+                     [script = std::move(script), peer = Peer(std::move(agent))]() mutable {
+                       script(peer);
+                       peer.close();
+                     });
 }
 
 ExecResult readExec(Peer& peer) {

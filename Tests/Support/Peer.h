@@ -1,6 +1,9 @@
 #pragma once
 
+#include <csignal>
 #include <cstdint>
+#include <functional>
+#include <future>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,7 +20,8 @@ namespace tervain::test {
 /// runs out.
 class Peer {
  public:
-  explicit Peer(UniqueFD socket) : fd_(std::move(socket)) {}
+  /// From now on the process ignores SIGPIPE: that the other side has left is a failed `send`.
+  explicit Peer(UniqueFD socket) : fd_(std::move(socket)) { std::signal(SIGPIPE, SIG_IGN); }
 
   /// A connection to a listening Unix socket, retried while its queue is full.
   static Peer connect(const std::string& path);
@@ -47,6 +51,18 @@ class Peer {
   UniqueFD fd_;
   LineSplitBuffer lines_;
   bool ended_ = false;
+};
+
+/// A connection to an agent that follows a script, on a thread of its own, and then hangs up. The
+/// destructor waits for that, so what is connected to it has to be gone before.
+class ScriptedPeer {
+ public:
+  explicit ScriptedPeer(std::function<void(Peer&)> script);
+
+  UniqueFD host;
+
+ private:
+  std::future<void> done_;
 };
 
 /// A listening Unix socket.

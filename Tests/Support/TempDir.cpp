@@ -1,5 +1,7 @@
 #include "Support/TempDir.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <fstream>
 

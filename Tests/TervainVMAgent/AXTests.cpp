@@ -14,6 +14,8 @@ using Platform::AXElements;
 using Platform::AXError;
 using Platform::AXNumber;
 using Platform::AXValue;
+using test::countNodes;
+using test::failure;
 using test::handleOf;
 using test::HandlerConnection;
 using test::scriptedAccessibility;
@@ -40,24 +42,6 @@ Scripted parent(const std::vector<Scripted>& elements) {
 Scripted regularTree(int levels, std::size_t width) {
   return levels == 0 ? element()
                      : parent(std::vector<Scripted>(width, regularTree(levels - 1, width)));
-}
-
-int countNodes(const Json& node) {
-  int count = 1;
-  for (const Json& child : node.value("children", Json::array())) {
-    count += countNodes(child);
-  }
-  return count;
-}
-
-Json failure(const std::string& error) {
-  return {{"ok", false}, {"error", error}};
-}
-
-Json stale(const std::string& ref) {
-  return failure("element ref \"" + ref +
-                 "\" is unknown or stale — refs are only valid until the next ax_dump; re-dump and "
-                 "retry");
 }
 
 class AXTest : public testing::Test {
@@ -203,6 +187,12 @@ TEST_F(AXTest, TheBudgetCutsFromTheRight) {
   const Json full = dump();
   EXPECT_EQ(full["truncated"], true);
   EXPECT_EQ(full.dump().find("childrenOmitted"), std::string::npos);
+  // Nobody looks at the children of the last node.
+  std::vector<Scripted> leaves(45, element());
+  leaves.push_back(regularTree(1, 1));
+  groups.back() = parent(leaves);
+  show(parent(groups));
+  EXPECT_EQ(dump().dump().find("childrenOmitted"), std::string::npos);
   groups.back() = regularTree(1, 45);
   show(parent(groups));
   EXPECT_FALSE(dump().contains("truncated"));
@@ -227,23 +217,13 @@ TEST_F(AXTest, RefsAndElementsLiveUntilTheNextDumpOfTheirConnection) {
   dump();
   EXPECT_TRUE(held.expired());
 
-  scriptedAccessibility().atPosition = handleOf(element());
-  EXPECT_EQ(ask("ax_element_at", R"(,"x":1,"y":2)")["node"]["ref"], "e4");
-  HandlerConnection other;
-  for (const char* ref : {"e3", "e4"}) {
-    const std::string focus = R"({"op":"ax_focus","ref":")" + std::string(ref) + "\"}";
-    EXPECT_EQ(host_.ask(focus), ok);
-    EXPECT_EQ(other.host.ask(focus), stale(ref));
-  }
-  for (const char* ref : {"e2", "e03", "E3", "e5", "", "e"}) {
-    EXPECT_EQ(ask("ax_focus", R"(,"ref":")" + std::string(ref) + "\""), stale(ref));
-  }
-  EXPECT_EQ(ask("ax_focus", R"(,"ref":3)"), stale("?"));
-  EXPECT_EQ(ask("ax_action"), stale("?"));
-  // A dump that gets nowhere leaves the refs alone.
+  // A dump that gets nowhere, or is refused, leaves the refs alone.
   scriptedStatus().frontmost.reset();
   EXPECT_EQ(dump(), failure("no frontmost application to dump"));
-  EXPECT_EQ(ask("ax_focus", R"(,"ref":"e4")"), ok);
+  scriptedStatus().accessibility = false;
+  EXPECT_FALSE(dump().value("ok", true));
+  scriptedStatus().accessibility = true;
+  EXPECT_EQ(ask("ax_focus", R"(,"ref":"e3")"), ok);
 }
 
 TEST_F(AXTest, HitTestGivesOneNodeWithoutChildren) {
@@ -258,20 +238,11 @@ TEST_F(AXTest, HitTestGivesOneNodeWithoutChildren) {
       {AXError::success, "success"},
       {AXError::noValue, "no value"},
       {AXError::failure, "AXError -25200"},
-      {AXError::invalidUIElement, "kAXErrorInvalidUIElement — stale element"},
-      {AXError::cannotComplete, "kAXErrorCannotComplete — the app did not respond in time"},
-      {AXError::attributeUnsupported, "attribute unsupported"},
-      {AXError::actionUnsupported, "action unsupported"},
-      {AXError::notImplemented, "the app does not implement this AX request"},
-      {AXError::apiDisabled, "kAXErrorAPIDisabled — accessibility is disabled for this app"},
   };
   for (const auto& [error, described] : cases) {
     scriptedAccessibility().atPosition = error;
     EXPECT_EQ(ask("ax_element_at", R"(,"x":100,"y":200)"),
               failure("no accessible element at (100, 200) (" + described + ")"));
-  }
-  for (const char* point : {R"(,"x":10.5,"y":20)", R"(,"x":1)", R"(,"y":1)", R"(,"x":"1","y":2)"}) {
-    EXPECT_EQ(ask("ax_element_at", point), failure("ax_element_at requires x and y"));
   }
 }
 
@@ -284,9 +255,6 @@ TEST_F(AXTest, OperationsDoWhatTheySayAndTellFailuresApart) {
   }
   EXPECT_EQ(act("ax_set_value", R"(,"value":"")"), ok);
   EXPECT_EQ(act("ax_set_value", newValue), ok);
-  EXPECT_EQ(act("ax_set_value", R"(,"value":42)"),
-            failure("ax_set_value requires a string \"value\""));
-  EXPECT_EQ(ask("ax_set_value", R"(,"value":42)"), stale("?"));
   EXPECT_EQ(act("ax_focus"), ok);
   EXPECT_EQ(target->done, (std::vector<std::string>{"AXPress", "AXPress", "AXPress", "any name",
                                                     "value=", "value=a b", "focus"}));
@@ -308,19 +276,6 @@ TEST_F(AXTest, OperationsDoWhatTheySayAndTellFailuresApart) {
   EXPECT_EQ(
       act("ax_set_value", newValue),
       failure("this element's AXValue is not settable — focus it (ax_focus) and type instead"));
-}
-
-TEST_F(AXTest, NothingIsDoneWithoutTheGrant) {
-  const std::string ref = R"(,"ref":)" + dump()["tree"]["ref"].dump();
-  scriptedStatus().accessibility = false;
-  for (const char* op : {"ax_dump", "ax_element_at", "ax_action", "ax_set_value", "ax_focus"}) {
-    EXPECT_EQ(ask(op, ref),
-              failure("Accessibility (kTCCServiceAccessibility) is not granted to the agent — "
-                      "re-run provisioning"));
-  }
-  EXPECT_TRUE(scriptedAccessibility().applications[pid]->done.empty());
-  scriptedStatus().accessibility = true;
-  EXPECT_EQ(ask("ax_focus", ref), ok) << "a dump that is refused leaves the refs alone";
 }
 
 TEST(AXDeathTest, WhatMustNotBeAnsweredIsFatal) {

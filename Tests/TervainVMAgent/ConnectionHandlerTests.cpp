@@ -1,13 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <limits>
 
 #include "ScriptedPlatform/ScriptedStatus.h"
 #include "Support/HandlerConnection.h"
+#include "Support/Sockets.h"
 #include "Support/TempDir.h"
 #include "TervainVMAgent/StartUp.h"
-#include "VMAgentCore/Base64.h"
 
 namespace tervain {
 namespace {
@@ -23,30 +24,15 @@ class ConnectionHandlerTest : public testing::Test {
   test::Peer& host_ = connection_.host;
 };
 
-TEST_F(ConnectionHandlerTest, AnswersEveryLineInOrder) {
-  const std::string malformed = "malformed request (want one JSON object per line with an \"op\")";
-  const std::string longOp(4'000'000, 'x');
-  const std::pair<std::string, std::string> cases[] = {
-      {"{}", malformed},
-      {"[1,2]", malformed},
-      {"{\"op\":5}", malformed},
-      {"{\"op\":\"ping\"", malformed},
-      {"{\"op\":\"p\xff\"}", malformed},
-      {std::string(100'000, '['), malformed},
-      {"{\"op\":\"PING\"}", "unknown op 'PING' (agent protocol v2)"},
-      {"{\"op\":\"a\\/b é\"}\r", "unknown op 'a/b é' (agent protocol v2)"},
-      {"{\"op\":\"\"}", "unknown op '' (agent protocol v2)"},
-      {"{\"op\":\"" + longOp + "\"}", "unknown op '" + longOp + "' (agent protocol v2)"}};
-  std::string all = "\n\r\n";
-  for (const auto& [line, error] : cases) {
-    all += line + "\n";
-  }
-  std::thread sender([&] { host_.send(all + "{\"op\":\"ping\"}\n"); });
-  for (const auto& [line, error] : cases) {
-    EXPECT_EQ(host_.readJson(), (Json{{"ok", false}, {"error", error}})) << line.substr(0, 50);
-  }
-  EXPECT_TRUE(host_.readJson().value("ok", false));
-  sender.join();
+TEST_F(ConnectionHandlerTest, HoldsFourMebibytesWithoutALineFeed) {
+  const auto sendAndWait = [this](std::size_t bytes) {
+    host_.send(std::string(bytes, ' '));
+    return test::eventually([&] { return test::unreadBytes(host_.fd()) == 0; });
+  };
+  EXPECT_TRUE(sendAndWait(4'194'304));
+  EXPECT_FALSE(host_.ask("").value("ok", true));
+  EXPECT_TRUE(sendAndWait(4'194'305));
+  EXPECT_TRUE(host_.closed());
 }
 
 TEST_F(ConnectionHandlerTest, FreesWhatEachRequestLeaves) {
@@ -97,29 +83,17 @@ TEST(ConnectionHandlerDeathTest, ACursorThatIsNowhereIsFatal) {
   }
 }
 
-TEST_F(ConnectionHandlerTest, ShellEventsAreDeletedOnlyWhenAskedFor) {
+TEST_F(ConnectionHandlerTest, ShellEventsAreAnyBytesUpToFourMebibytes) {
   const test::TempDir spool;
-  const std::string events = "{\"path\":\"/\xc3\xbf\xff\"}\n";
-  spool.write("1.jsonl", events);
-  spool.write("2.jsonl", "");
-  const auto drain = [&](const char* members) {
-    Json reply = host_.ask(R"({"op":"shell-events","dir":")" + spool.path() + "\"" + members + "}");
-    reply["events"] = decodeBase64(reply.value("events", "?")) == events ? "all" : reply["events"];
-    return reply;
+  const auto drain = [&] {
+    return host_.ask(Json{{"op", "shell-events"}, {"dir", spool.path()}}.dump());
   };
-  const Json full =
-      Json::parse(R"({"ok":true,"events":"all","files":2,"bytes":16,"truncated":false})");
-  const Json empty =
-      Json::parse(R"({"ok":true,"events":"","files":0,"bytes":0,"truncated":false})");
-  for (const char* members :
-       {"", R"(,"truncate":"true")", R"(,"truncate":0)", R"(,"maxBytes":"1")"}) {
-    EXPECT_EQ(drain(members), full) << members;
-  }
-  EXPECT_EQ(drain(R"(,"maxBytes":0)").value("truncated", false), true);
-  EXPECT_EQ(drain(R"(,"truncate":1)"), full);
-  EXPECT_EQ(drain(""), empty);
-  EXPECT_FALSE(spool.has("1.jsonl"));
-  EXPECT_EQ(host_.ask(R"({"op":"shell-events","dir":"/nowhere"})"), empty);
+  spool.write("1.jsonl", "\xc3\xbf\xff\n");
+  EXPECT_EQ(drain().value("events", ""), "w7//Cg==");
+  std::filesystem::resize_file(spool.path("1.jsonl"), 4'194'304);
+  EXPECT_EQ(drain().value("bytes", 0), 4'194'304);
+  std::filesystem::resize_file(spool.path("1.jsonl"), 4'194'305);
+  EXPECT_EQ(drain().value("truncated", false), true);
 }
 
 TEST(Reply, LinesEndPlainlyWhateverTheyHold) {

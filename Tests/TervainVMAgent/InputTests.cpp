@@ -106,31 +106,6 @@ TEST_F(InputTest, ScrollsTypesAndPressesChords) {
   }
 }
 
-TEST_F(InputTest, RefusesWhatItCannotDo) {
-  const char* const cases[][3] = {
-      {"click", R"(,"x":"10","y":1)", "click requires x and y"},
-      {"move", R"(,"x":1)", "move requires x and y"},
-      {"drag", R"(,"fromX":1,"toY":1)", "drag requires toX and toY"},
-      {"scroll", R"(,"dx":0,"dy":0.9)", "scroll requires dx and/or dy"},
-      {"scroll", "", "scroll requires dx and/or dy"},
-      {"type", R"(,"text":"")", "type requires non-empty \"text\""},
-      {"type", R"(,"text":5)", "type requires non-empty \"text\""},
-      {"key", R"(,"chord":"")", "key requires a \"chord\" (e.g. \"cmd+s\")"},
-      {"key", "", "key requires a \"chord\" (e.g. \"cmd+s\")"},
-      {"key", R"(,"chord":"Cmd+Ä")", "unrecognized key in chord \"Cmd+Ä\""},
-  };
-  for (const auto& [op, members, error] : cases) {
-    expectError(op, members, error);
-  }
-  scriptedStatus().postEvent = false;
-  for (const char* op : {"click", "move", "drag", "scroll", "type", "key"}) {
-    expectError(op, "",
-                "input synthesis (kTCCServicePostEvent) is not granted to the agent — re-run "
-                "provisioning");
-  }
-  EXPECT_TRUE(scriptedEvents().posted.empty());
-}
-
 TEST_F(InputTest, GoesOnOrStopsWhereAnEventCannotBeMade) {
   // What was done before stays done.
   const std::tuple<int, const char*, const char*, const char*, std::size_t> cases[] = {

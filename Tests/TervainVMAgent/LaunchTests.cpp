@@ -13,10 +13,7 @@ namespace tervain {
 namespace {
 
 using Platform::LaunchError;
-
-Json failure(const std::string& error) {
-  return {{"ok", false}, {"error", error}};
-}
+using test::failure;
 
 const Json success = {{"ok", true}};
 
@@ -24,7 +21,8 @@ const Json success = {{"ok", true}};
 class LaunchTest : public testing::Test {
  protected:
   LaunchTest() {
-    for (const char* bundle : {"1/Both.app", "3/Both.app", "2/Safari.app", "3/Two Words.app"}) {
+    for (const char* bundle :
+         {"1/Both.app", "3/Both.app", "2/Safari.app", "3/Two Words.app", "2/Net.apple.app"}) {
       std::filesystem::create_directories(dir_.path(bundle));
     }
     dir_.write("2/File.app", "");
@@ -48,6 +46,7 @@ class LaunchTest : public testing::Test {
 TEST_F(LaunchTest, OpensTheFirstBundleThereIsAndElseTheName) {
   const std::pair<std::string, std::string> cases[] = {{"Both", dir_.path("1/Both.app")},
                                                        {"Safari.app", dir_.path("2/Safari.app")},
+                                                       {"Net.apple", dir_.path("2/Net.apple.app")},
                                                        {"Two Words", dir_.path("3/Two Words.app")},
                                                        {"File", dir_.path("2/File.app")},
                                                        {"Safari.APP", "named Safari.APP"},
@@ -80,19 +79,15 @@ TEST_F(LaunchTest, SaysWhatFailed) {
                   }
                   return name == "throws" ? throw std::runtime_error("out of pipes") : -9;
                 }});
-  const char* const wantsName = "launch_app requires a non-empty \"name\"";
   const std::pair<Json, std::string> cases[] = {
-      {nullptr, wantsName},
-      {"", wantsName},
-      {5, wantsName},
       {"Both", "could not launch Both: damaged"},
       {"Safari.app", "could not launch Safari.app: damaged"},
       {"File", "could not launch File: out of threads"},
       {"unusable", "could not launch unusable: no such command"},
       {"throws", "could not launch throws: out of pipes"},
       {"Foo\"", "no application named \"Foo\"\" (open -a exited -9)"},
-      {std::string("Both\0", 5),
-       std::string("no application named \"Both\0\" (open -a exited 1)", 47)}};
+      {std::string("Both.app\0x", 10),
+       std::string("no application named \"Both.app\0x\" (open -a exited 1)", 52)}};
   for (const auto& [name, error] : cases) {
     EXPECT_EQ(ask(name), failure(error));
   }

@@ -13,13 +13,10 @@ namespace tervain {
 namespace {
 
 using test::AskedCapture;
+using test::failure;
 using test::HandlerConnection;
 using test::script;
 using test::ScriptedCapture;
-
-Json failure(const std::string& error) {
-  return {{"ok", false}, {"error", error}};
-}
 
 Json ask(const std::string& members = "", const OperationSettings& settings = {}) {
   HandlerConnection connection(settings);
@@ -44,19 +41,13 @@ class ScreenshotTest : public testing::Test {
 TEST_F(ScreenshotTest, RepliesWithThePictureOfTheChosenDisplay) {
   const AskedCapture first{0, 2880, 1800, 0.7};
   const AskedCapture second{1, 1501, 750, 0.7};  // whole pixels
-  const std::pair<const char*, AskedCapture> cases[] = {
-      {"", first},
-      {R"(,"display":1)", second},
-      {R"(,"display":1.0)", second},
-      {R"(,"display":true)", second},
-      {R"(,"display":2)", {2, 800, 600, 0.7}},
-      {R"(,"display":3)", first},
-      {R"(,"display":-1)", first},
-      {R"(,"display":9223372036854775807)", first},
-      {R"(,"display":1e300)", first},
-      {R"(,"display":"1")", first},
-      {R"(,"display":1.5)", first},
-      {R"(,"display":null)", first}};
+  const std::pair<const char*, AskedCapture> cases[] = {{"", first},
+                                                        {R"(,"display":1)", second},
+                                                        {R"(,"display":true)", second},
+                                                        {R"(,"display":2)", {2, 800, 600, 0.7}},
+                                                        {R"(,"display":3)", first},
+                                                        {R"(,"display":-1)", first},
+                                                        {R"(,"display":1e300)", first}};
   for (const auto& [members, asked] : cases) {
     ASSERT_TRUE(ask(members).value("ok", false)) << members;
     EXPECT_EQ(test::lastCapture(), asked) << members;
@@ -74,6 +65,8 @@ TEST_F(ScreenshotTest, SaysWhatFailed) {
        "ScreenCaptureKit capture failed: no “service”"},
       {[](ScriptedCapture& c) { c.captureError = "busy"; },
        "ScreenCaptureKit capture failed: busy"},
+      {[](ScriptedCapture& c) { c.listTimesOut = true; }, "screenshot timed out"},
+      {[](ScriptedCapture& c) { c.captureTimesOut = true; }, "screenshot timed out"},
       {[](ScriptedCapture& c) { c.displays.clear(); }, "no shareable displays"},
       {[](ScriptedCapture& c) { c.jpeg.reset(); }, "JPEG encoding failed"},
       {[](ScriptedCapture& c) { c.beforeAnswer = [] { throw std::runtime_error("worn out"); }; },
@@ -111,7 +104,9 @@ TEST_F(ScreenshotTest, GivesUpOnCapturesThatHangAndBoundsThem) {
 
   script(capture_);
   for (std::size_t i = 0; i < Errands::maxRunning + 2; ++i) {
+    const auto start = Clock::now();
     EXPECT_EQ(ask("", impatient), failure("screenshot timed out"));
+    EXPECT_GE(Clock::now() - start, impatient.screenshotLimit) << "waits for a place";
   }
   EXPECT_TRUE(test::eventually([&] { return *hung == Errands::maxRunning; })) << *hung;
   // One that waits for a place gets its picture as soon as the service is back.

@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <random>
 #include <string>
 
-#include "VMAgentCore/Base64.h"
+#include "VMAgentCore/Base64/Base64.h"
 #include "VMAgentCore/Json.h"
 
 namespace tervain {
@@ -26,22 +27,37 @@ TEST(Base64, EncodesWithPaddingAndEscapedSlashes) {
 
 TEST(Base64, RoundTripsEveryLengthAroundItsBlocks) {
   std::mt19937 random(1);  // NOLINT(cert-msc*): the same bytes every time
-  for (std::size_t size = 0; size < 3100;
-       size += size % 1536 < 8 || size % 1536 > 1528 ? 1U : 37U) {
+  for (std::size_t size = 0; size < 7000;
+       size += size % 3072 < 70 || size % 3072 > 3002 ? 1U : 61U) {
     std::string bytes(size, '\0');
     for (char& byte : bytes) {
-      byte = static_cast<char>(random());
+      byte = size % 2 == 0 ? static_cast<char>(random()) : '\xff';  // which is slashes alone
     }
-    // Through a JSON reader, as on the wire.
-    const Json text = Json::parse('"' + encoded(bytes) + '"');
-    ASSERT_EQ(decodeBase64(text.get<std::string>()), bytes) << size;
+    const std::string text = encoded(bytes);
+    ASSERT_EQ(decodeEscapedBase64(text), bytes) << size;
+    ASSERT_EQ(decodeBase64(Json::parse('"' + text + '"').get<std::string>()), bytes) << size;
   }
 }
 
-TEST(Base64, RefusesWhatIsNotValid) {
-  for (const char* text : {"Zg", "Zg=", "Z===", "====", "Zm9v\n", "Zm 9", "Zm-_", "=m9v", "Zm=v",
-                           "Zh==", "Zm9=", "Zm9\xc3", "!!"}) {
+TEST(Base64, TakesWhatIsValidAndNothingElse) {
+  const auto isDigit = [](char c) { return std::isalnum(c) != 0 || c == '+' || c == '/'; };
+  for (int c = -128; c < 128; ++c) {
+    for (const std::size_t at : {0U, 70U, 135U, 148U}) {
+      std::string text(152, 'A');
+      text[at] = static_cast<char>(c);
+      EXPECT_EQ(decodeBase64(text).has_value(), c >= 0 && isDigit(static_cast<char>(c))) << c;
+    }
+  }
+  for (const char* text : {"Zg", "Zg=", "Z===", "====", "=", "Zm=v", "Zg==Zg==", "Zm9\\/"}) {
     EXPECT_EQ(decodeBase64(text), std::nullopt) << text;
+  }
+  // Bits that belong to no byte do no harm.
+  EXPECT_EQ(decodeBase64("QR=="), "A");
+  EXPECT_EQ(decodeBase64("Zm9="), "fo");
+  const std::string digits(40, 'A');
+  for (const char* end : {"\\", "\\\\/A", "\\n", "\\u002f"}) {
+    EXPECT_EQ(decodeEscapedBase64(digits + "AAA" + end), std::nullopt) << end;
+    EXPECT_EQ(decodeEscapedBase64(digits + "AAA" + end + digits), std::nullopt) << end;
   }
 }
 

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "Support/TempDir.h"
+#include "VMAgentCore/Environment.h"
 #include "VMAgentCore/ShellSpool.h"
 
 namespace tervain {
@@ -12,60 +14,53 @@ namespace {
 using ShellSpool::drain;
 using ShellSpool::DrainResult;
 
-std::string tens(char c) {
-  return std::string(10, c);
-}
-
-TEST(ShellSpool, TakesEventFilesInNameOrder) {
+TEST(ShellSpool, TakesWhatItCanReadWithinItsBudget) {
   const test::TempDir dir;
-  dir.write("b.jsonl", tens('b'));
-  dir.write("a.jsonl", tens('a'));
-  dir.write("notes.txt", "no");
-  dir.write("x.JSONL", "no");
-  dir.write("empty.jsonl", "");
-  const DrainResult expected{tens('a') + tens('b'),
-                             3,
-                             false,
-                             {dir.path("a.jsonl"), dir.path("b.jsonl"), dir.path("empty.jsonl")}};
-  EXPECT_EQ(drain(dir.path(), ShellSpool::defaultCap), expected);
-  EXPECT_EQ(drain(dir.path() + "/", INT64_MAX).data, expected.data);
-}
-
-TEST(ShellSpool, StaysWithinItsBudget) {
-  const test::TempDir dir;
-  dir.write("1.jsonl", tens('1'));
-  dir.write("2.jsonl", tens('2'));
+  // A pipe with no writer would block whoever opens it plainly.
+  ASSERT_EQ(mkfifo(dir.path("0.jsonl").c_str(), 0600), 0);
+  std::filesystem::create_symlink(dir.path("nowhere"), dir.path("00.jsonl"));
+  dir.write("1.jsonl", "1111111111");
+  dir.write("2.jsonl", "2222222222");
   dir.write("3.jsonl", "33333");
-  const std::tuple<std::int64_t, std::string, bool> cases[] = {
-      {25, tens('1') + tens('2') + "33333", false},
-      {24, tens('1') + tens('2'), true},
-      {15, tens('1') + "33333", true},
-      {9, "33333", true},
-      {4, "", true},
-      {0, "", true},
-      {INT64_MIN, "", true}};
+  dir.write("4.jsonl", "");  // left behind when the budget is used up
+  const std::string all = "1111111111222222222233333";
+  const std::tuple<std::int64_t, std::string, bool> cases[] = {{26, all, false},
+                                                               {25, all, true},
+                                                               {24, all.substr(0, 20), true},
+                                                               {15, "111111111133333", true},
+                                                               {4, "", true},
+                                                               {INT64_MIN, "", true}};
   for (const auto& [budget, data, truncated] : cases) {
     const DrainResult result = drain(dir.path(), budget);
     EXPECT_EQ(result.data, data) << budget;
     EXPECT_EQ(result.truncated, truncated) << budget;
     EXPECT_EQ(static_cast<std::size_t>(result.files), result.drainedPaths.size());
   }
+  for (const auto& none :
+       {dir.path("1.jsonl"), std::string(), dir.path() + std::string("\0x", 2)}) {
+    EXPECT_EQ(drain(none, 100), DrainResult()) << none;
+  }
 }
 
-TEST(ShellSpool, PassesOverWhatItCannotRead) {
+TEST(ShellSpool, TakesNothingLargerThanItMayWhateverItsSizeIsSaidToBe) {
   const test::TempDir dir;
-  EXPECT_EQ(drain(dir.path("missing"), 100), DrainResult());
-  dir.write("file", "x");
-  EXPECT_EQ(drain(dir.path("file"), 100), DrainResult());
-  EXPECT_EQ(drain("", 100), DrainResult());
-  // A pipe with no writer would block whoever opens it plainly.
-  ASSERT_EQ(mkfifo(dir.path("1.jsonl").c_str(), 0600), 0);
-  std::filesystem::create_directory(dir.path("2.jsonl"));
-  std::filesystem::create_symlink(dir.path("nowhere"), dir.path("3.jsonl"));
-  dir.write("4.jsonl", "four");
-  const DrainResult result = drain(dir.path(), 100);
-  EXPECT_EQ(result.data, "four");
-  EXPECT_FALSE(result.truncated);
+  dir.write("1.jsonl", "");
+  std::filesystem::resize_file(dir.path("1.jsonl"), 1ULL << 40U);
+  std::filesystem::create_symlink("/proc/self/environ", dir.path("2.jsonl"));  // said to be empty
+  dir.write("3.jsonl", "3");
+  EXPECT_EQ(drain(dir.path(), 2), (DrainResult{"3", 1, true, {dir.path("3.jsonl")}}));
+  std::filesystem::resize_file(dir.path("1.jsonl"), ShellSpool::maxCap);
+  EXPECT_EQ(drain(dir.path(), INT64_MAX).drainedPaths, std::vector{dir.path("1.jsonl")});
+}
+
+TEST(Environment, IsReadAsItIs) {
+  const std::string home = homeDirectory();
+  setenv("HOME", "", 1);
+  EXPECT_EQ(homeDirectory().front(), '/');
+  setenv("HOME", "/a=b=", 1);
+  EXPECT_EQ(ShellSpool::defaultDir(), "/a=b=/Library/Caches/tervain-dulk");
+  EXPECT_EQ(processEnvironment().at("HOME"), "/a=b=");
+  setenv("HOME", home.c_str(), 1);
 }
 
 }  // namespace

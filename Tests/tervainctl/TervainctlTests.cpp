@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <atomic>
+#include <csignal>
 #include <thread>
 
 #include "Support/AgentProcess.h"
@@ -19,13 +19,7 @@ Json parse(const char* text) {
 /// Answers requests by script, connection after connection, and keeps them.
 class ScriptedAgent {
  public:
-  ScriptedAgent() : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path().copy(address.sun_path, sizeof address.sun_path - 1);
-    bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    listen(listener_.get(), 5);
-  }
+  ScriptedAgent() = default;
   ~ScriptedAgent() { stop(); }
   ScriptedAgent(const ScriptedAgent&) = delete;
   ScriptedAgent& operator=(const ScriptedAgent&) = delete;
@@ -49,22 +43,30 @@ class ScriptedAgent {
     return requests_;
   }
 
-  std::map<std::string, Json> replies;  // by op; others get a bare success
+  std::map<std::string, Json> replies;  // by op; others get a bare success, null ends a connection
 
  private:
   void serve() {
     while (!stopped_) {
       Peer peer(UniqueFD(accept(listener_.get(), nullptr, nullptr)));
       while (const auto line = peer.readLine()) {
-        requests_.push_back(Json::parse(*line));
+        const Json request = Json::parse(*line);
+        if (request.value("op", "") == "hello") {  // asks only whether there is an agent
+          peer.send("{}\n");
+          continue;
+        }
+        requests_.push_back(request);
         const auto reply = replies.find(requests_.back().value("op", ""));
+        if (reply != replies.end() && reply->second.is_null()) {
+          break;
+        }
         peer.send((reply == replies.end() ? Json{{"ok", true}} : reply->second).dump() + "\n");
       }
     }
   }
 
   TempDir dir_;
-  UniqueFD listener_;
+  UniqueFD listener_ = listenAt(path());
   std::vector<Json> requests_;
   std::atomic<bool> stopped_ = false;
   std::thread thread_;
@@ -77,15 +79,19 @@ struct Outcome {
 };
 
 /// Runs tervainctl to its end.
-Outcome call(ScriptedAgent& agent, const Words& arguments, std::string_view input = "") {
-  agent.start();
+Outcome call(const std::string& agent, const Words& arguments, std::string_view input = "") {
   const TempDir dir;
   dir.write("in", input);
   Words command{"/bin/sh", "-c", R"(cd "$0"; exec "$@" <in >out 2>err)", dir.path(),
                 TERVAINCTL_PATH};
   command.insert(command.end(), arguments.begin(), arguments.end());
-  const int status = runToEnd(command, {{"TERVAIN_AGENT", "unix:" + agent.path()}}).status;
+  const int status = runToEnd(command, {{"TERVAIN_AGENT", agent}}).status;
   return {status, textOf(dir.path("out")), textOf(dir.path("err"))};
+}
+
+Outcome call(ScriptedAgent& agent, const Words& arguments, std::string_view input = "") {
+  agent.start();
+  return call("unix:" + agent.path(), arguments, input);
 }
 
 TEST(TervainctlTest, OptionsBecomeRequests) {
@@ -93,7 +99,6 @@ TEST(TervainctlTest, OptionsBecomeRequests) {
     Words arguments;
     const char* request;
   } cases[]{
-      {{"click", "-5", "10"}, R"({"op":"click","x":-5,"y":10})"},
       {{"click", "1", "-2", "--button", "right", "--count", "2"},
        R"({"op":"click","x":1,"y":-2,"button":"right","count":2})"},
       {{"drag", "--from", "-1", "2", "-3", "4"},
@@ -105,12 +110,16 @@ TEST(TervainctlTest, OptionsBecomeRequests) {
       {{"type", "--", "--help"}, R"({"op":"type","text":"--help"})"},
       {{"type", "-"}, R"({"op":"type","text":"from\nstdin"})"},
       {{"key", "cmd+-"}, R"({"op":"key","chord":"cmd+-"})"},
-      {{"launch", "Text Edit"}, R"({"op":"launch_app","name":"Text Edit"})"},
-      {{"move", "3", "4"}, R"({"op":"move","x":3,"y":4})"},
+      {{"events"}, R"({"op":"shell-events"})"},
+      {{"events", "--delete", "--max-bytes", "5"},
+       R"({"op":"shell-events","truncate":true,"maxBytes":5})"},
+      {{"raw"}, R"({"op":"last line"})"},
   };
   for (const auto& [arguments, request] : cases) {
     ScriptedAgent agent;
-    const Outcome outcome = call(agent, arguments, "from\nstdin");
+    agent.replies["shell-events"] = {{"ok", true}, {"events", ""}};
+    const Outcome outcome = call(
+        agent, arguments, arguments.front() == "raw" ? R"({"op":"last line"})" : "from\nstdin");
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_EQ(agent.stop(), std::vector<Json>{parse(request)});
   }
@@ -121,13 +130,76 @@ TEST(TervainctlTest, SendsNothingThatMakesNoSense) {
   for (const Words& arguments :
        {Words{"click", "1"}, Words{"click", "1", "2.5"}, Words{"click", "1", "2", "--button", "x"},
         Words{"tree", "--pid", "4294967296"}, Words{"press", "e1"}, Words{"drag", "--from", "1"},
-        Words{"ping", "--", "x"}, Words{}}) {
+        Words{"ping", "--", "x"}, Words{"find", "--role", "a", "--depth", "0"}, Words{}}) {
     const Outcome outcome = call(agent, arguments);
     EXPECT_EQ(outcome.status, 2);
     EXPECT_NE(outcome.err, "");
   }
   EXPECT_EQ(call(agent, {"exec"}).status, 255);
+  EXPECT_EQ(call("nowhere", {"exec", "true"}).status, 255);
   EXPECT_TRUE(agent.stop().empty());
+}
+
+TEST(TervainctlTest, ExecIsTheGuestsCommandFromItsFirstWordOn) {
+  const AgentProcess agent;
+  const std::string address = "unix:" + agent.socket();
+  const std::string input(1'000'000, 'i');
+  const struct {
+    Words arguments;
+    int status;
+    std::string out;
+  } cases[]{
+      {{"exec", "printf", "%s|", "it's", "a b", "[c]", "--", "-n"}, 0, "it's|a b|[c]|--|-n|"},
+      {{"-a", address, "exec", "cat; exit 7"}, 7, input},
+      {{"exec", "-na", address, "cat", "-u"}, 0, ""},
+      {{"exec", "--agent=" + address, "--", "echo here"}, 0, "here\n"},
+      {{"exec", "--what", "true"}, 255, ""},
+      {{"exec", "--env", "A=1 2", "--cd", "/", "--env", "B='", "pwd; echo $A$B"}, 0, "/\n1 2'\n"},
+      {{"exec", "--cd", "/none", "echo here"}, 255, ""},
+      {{"exec", "--timeout", "0.5", "sleep 60"}, 124, ""},
+  };
+  for (const auto& [arguments, status, out] : cases) {
+    const Outcome outcome = call(address, arguments, input);
+    EXPECT_EQ(outcome.status, status) << outcome.err;
+    EXPECT_TRUE(outcome.out == out) << outcome.out.substr(0, 100);
+  }
+  Program waiting({TERVAINCTL_PATH, "-a", address, "exec", "-n",
+                   "trap 'exit 9' TERM; echo ready; while :; do sleep 0.1; done"});
+  EXPECT_EQ(waiting.line(), "ready");
+  waiting.signal(SIGTERM);
+  EXPECT_EQ(waiting.waitForEnd(), 9);
+
+  ScriptedAgent refusing;
+  refusing.replies["exec"] = parse(R"({"ok":false,"error":"no shell"})");
+  const Outcome refused = call(refusing, {"exec", "true"});
+  EXPECT_EQ(refused.status, 255);
+  EXPECT_EQ(refused.err, "tervainctl: no shell\n");
+}
+
+TEST(TervainctlTest, WhatDoesNotAnswerIsToldInTime) {
+  const ScriptedAgent silent;  // takes connections, and leaves them alone
+  const TempDir dir;
+  dir.write("agents", "quiet unix:" + silent.path() + "\n");
+  const std::string ssh = TERVAIN_SSH_PATH;
+  const struct {
+    Words command;
+    int status;
+    const char* complaint;
+  } cases[]{
+      {{TERVAINCTL_PATH, "--timeout", "0.2", "-a", "quiet", "ping"}, 124, "0.2 seconds"},
+      {{TERVAINCTL_PATH, "--timeout", "0.2", "agents"}, 1, ""},
+      {{TERVAINCTL_PATH, "--timeout", "0.2", "-a", "unix:/none", "wait-ready"}, 124, "/none"},
+      {{TERVAINCTL_PATH, "-a", "nobody", "ping"}, 2, "no agent is called nobody"},
+      {{TERVAINCTL_PATH, "-a", "unix:/none", "ping"}, 1, "No such file"},
+      {{ssh, "-oConnectTimeout=1", "quiet", "true"}, 255, "does not answer"},
+      {{ssh, "nobody", "true"}, 255, "no agent is called nobody"},
+      {{ssh, "-L", "1:a:2", "quiet"}, 255, "forwards nothing"},
+  };
+  for (const auto& [command, status, complaint] : cases) {
+    const Ended ended = runToEnd(command, {{"TERVAIN_AGENTS", dir.path("agents")}});
+    EXPECT_EQ(ended.status, status) << ended.err;
+    EXPECT_NE(ended.err.find(complaint), std::string::npos) << ended.err;
+  }
 }
 
 TEST(TervainctlTest, ScreenshotsGoWhereTheyAreWanted) {
@@ -139,6 +211,7 @@ TEST(TervainctlTest, ScreenshotsGoWhereTheyAreWanted) {
   const Outcome printed = call(agent, {"screenshot"});
   EXPECT_EQ(printed.out, image);
   EXPECT_EQ(printed.err, "tervainctl: 2880x1800 pixels, scale 2.0\n");
+  dir.write("shot.jpg", "longer than the picture");
   const Outcome written = call(agent, {"screenshot", "--display", "1", "-o", dir.path("shot.jpg")});
   EXPECT_EQ(written.out, "");
   EXPECT_EQ(textOf(dir.path("shot.jpg")), image);
@@ -170,6 +243,7 @@ TEST(TervainctlTest, TreesAreOutlined) {
 TEST(TervainctlTest, SessionsPerformLineAfterLineOnOneConnection) {
   ScriptedAgent agent;
   agent.replies["cursor_position"] = parse(R"({"ok":true,"x":1,"y":2})");
+  agent.replies["ping"] = parse(R"({"ok":true,"version":2,"readiness":{"screenRecording":1}})");
   agent.replies["ax_element_at"] = parse(R"({"ok":true,"node":{"ref":"e1"}})");
   agent.replies["ax_action"] = parse(R"({"ok":true,"note":"verify"})");
   agent.replies["ax_focus"] = parse(R"({"ok":false,"error":"stale"})");
@@ -178,6 +252,7 @@ TEST(TervainctlTest, SessionsPerformLineAfterLineOnOneConnection) {
                                "# a comment\n"
                                "\n"
                                "cursor\r\n"
+                               "ping\n"
                                "at -3 4   # what is there?\n"
                                "press e1\n"
                                "focus e1\n"
@@ -191,14 +266,17 @@ TEST(TervainctlTest, SessionsPerformLineAfterLineOnOneConnection) {
                                "nonsense\n"
                                "press e1 AXShowMenu");
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.out, "1 2\ne1\n");
+  EXPECT_EQ(outcome.out,
+            "1 2\nagent protocol v2\naccessibility: not granted\n"
+            "screen recording: granted\ninput synthesis: not granted\ne1\n");
   for (const char* complaint :
-       {"verify", "stale", "reading the elements", "ends within quotes", "put the text on the line",
+       {"verify", "stale", "holds no elements", "ends within quotes", "put the text on the line",
         "exec doesn't work in a session", "no such command: nonsense"}) {
     EXPECT_NE(outcome.err.find(complaint), std::string::npos) << outcome.err;
   }
   const std::vector<Json> requests{
       parse(R"({"op":"cursor_position"})"),
+      parse(R"({"op":"ping"})"),
       parse(R"({"op":"ax_element_at","x":-3,"y":4})"),
       parse(R"({"op":"ax_action","ref":"e1"})"),
       parse(R"({"op":"ax_focus","ref":"e1"})"),
@@ -211,10 +289,15 @@ TEST(TervainctlTest, SessionsPerformLineAfterLineOnOneConnection) {
   EXPECT_EQ(agent.stop(), requests);
 }
 
-TEST(TervainctlTest, SessionsSucceedWhenAllTheirCommandsDo) {
+TEST(TervainctlTest, SessionsEndWithTheAgent) {
   ScriptedAgent agent;
-  EXPECT_EQ(call(agent, {"session"}, "move 1 2\nkey return\nclick --help\n").status, 0);
-  EXPECT_EQ(agent.stop().size(), 2U);
+  EXPECT_EQ(call(agent, {"session"}, "move 1 2\nclick --help\n").status, 0);
+  agent.stop();
+  ScriptedAgent leaving;
+  leaving.replies["key"] = nullptr;
+  const Outcome outcome = call(leaving, {"session"}, "key a\nnonsense\n");
+  EXPECT_NE(outcome.err.find("the agent closed the connection"), std::string::npos);
+  EXPECT_EQ(outcome.err.find("nonsense"), std::string::npos);
 }
 
 }  // namespace

@@ -5,14 +5,16 @@ function(install_compressed file destination)
   get_filename_component(name ${file} NAME)
   set(packed ${CMAKE_CURRENT_BINARY_DIR}/${name}.gz)
   add_custom_command(OUTPUT ${packed} DEPENDS ${file} VERBATIM
-    COMMAND gzip --best --no-name --stdout ${CMAKE_CURRENT_SOURCE_DIR}/${file} > ${packed})
+    COMMAND gzip --best --no-name --stdout ${file} > ${packed})
   add_custom_target(Compressed-${name} ALL DEPENDS ${packed})
   install(FILES ${packed} DESTINATION ${destination})
 endfunction()
 
-install_compressed(man/tervainctl.1 ${CMAKE_INSTALL_MANDIR}/man1)
-install_compressed(man/TervainVMAgent.8 ${CMAKE_INSTALL_MANDIR}/man8)
-install_compressed(Linux/changelog ${docs})
+install_compressed(${described}/tervainctl.1 ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${described}/_tervainctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+install_compressed(${CMAKE_CURRENT_SOURCE_DIR}/man/tervain-ssh.1 ${CMAKE_INSTALL_MANDIR}/man1)
+install_compressed(${CMAKE_CURRENT_SOURCE_DIR}/man/TervainVMAgent.8 ${CMAKE_INSTALL_MANDIR}/man8)
+install_compressed(${CMAKE_CURRENT_SOURCE_DIR}/Linux/changelog ${docs})
 file(CREATE_LINK TervainVMAgent.8.gz ${CMAKE_CURRENT_BINARY_DIR}/tervain-open.8.gz SYMBOLIC)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tervain-open.8.gz
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
@@ -22,8 +24,8 @@ install(FILES Linux/tervain-vm-agent.service Linux/tervain-vm-agent.socket
 install(CODE "if(CMAKE_INSTALL_PREFIX STREQUAL /usr)
   file(INSTALL ${CMAKE_CURRENT_SOURCE_DIR}/Linux/96tervain-vm-agent DESTINATION /etc/X11/Xsession.d)
 endif()")
-install(FILES completions/_tervainctl
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+install(FILES Linux/lintian-overrides RENAME ${CPACK_PACKAGE_NAME}
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides)
 install(FILES Linux/copyright ${PROJECT_SOURCE_DIR}/docs/linux.md DESTINATION ${docs})
 
 set(CPACK_GENERATOR DEB)
@@ -44,3 +46,4 @@ and types, takes pictures of the screen, launches applications and runs
 commands. tervainctl is the host's side of it.")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/Linux/conffiles)
+include(Linux/PythonPackage.cmake)

@@ -1,11 +1,13 @@
 #include "Platform/Displays.h"
 
-#include "Platform/Linux/Monitors.h"
+#include "Platform/Linux/X11/Monitors.h"
 
 namespace tervain::Platform {
 
+using namespace Linux;
+
 std::vector<Display> activeDisplays(std::size_t limit) {
-  auto x11 = X11::Session::open(X11::Clock::now() + X11::lookLimit);
+  auto x11 = X11::Session::open(after(X11::lookLimit));
   if (!x11) {
     return {};
   }

@@ -1,15 +1,17 @@
 #include "Platform/Process.h"
 
 #include <semaphore.h>
-#include <systemd/sd-daemon.h>
 
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
 
-#include "Platform/Linux/Keyboard.h"
+#include "Platform/Linux/Input/Keyboard.h"
 
 namespace tervain::Platform {
+
+using namespace Linux;
+
 namespace {
 
 sem_t endRequested;
@@ -35,14 +37,7 @@ void awaitEndSignal() {
 
 }  // namespace
 
-std::optional<UniqueFD> inheritedListener() {
-  const int count = sd_listen_fds(/*unset_environment=*/1);
-  const int fd = SD_LISTEN_FDS_START;
-  if (count < 1 || sd_is_socket(fd, AF_UNSPEC, SOCK_STREAM, /*listening=*/1) <= 0) {
-    return std::nullopt;
-  }
-  return UniqueFD(fd);
-}
+void prepareForThreads() {}
 
 void runMainLoop() {
   awaitEndSignal();

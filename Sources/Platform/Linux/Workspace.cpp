@@ -1,11 +1,18 @@
 #include "Platform/Workspace.h"
 
+#include <algorithm>
+#include <bit>
 #include <fstream>
+#include <string_view>
 
-#include "Platform/Linux/Elements.h"
-#include "Platform/Linux/Windows.h"
+#include "Platform/Linux/Accessibility/Applications.h"
+#include "Platform/Linux/X11/Windows.h"
+#include "VMAgentCore/Json.h"
 
 namespace tervain::Platform {
+
+using namespace Linux;
+
 namespace {
 
 /// How long an application is waited for to tell its name.
@@ -13,15 +20,29 @@ constexpr std::chrono::milliseconds nameLimit{500};
 
 std::optional<std::string> accessibleName(pid_t pid) {
   auto* const connection = AccessibilityBus::Connection::ofThisThread();
-  const auto root =
-      connection ? AccessibilityBus::applicationOf(*connection, pid, nameLimit) : std::nullopt;
+  const auto root = connection ? applicationOf(*connection, pid, nameLimit) : std::nullopt;
   if (!root) {
     return std::nullopt;
   }
-  const auto answer = connection->askNow(
-      connection->property(*root, "org.a11y.atspi.Accessible", "Name"), nameLimit);
-  std::string name = answer.variantText();
+  std::string name = connection->askNow(Atspi::getName(*connection, *root), nameLimit).value;
   return name.empty() ? std::nullopt : std::optional(std::move(name));
+}
+
+/// What can be shown of a name that may hold any bytes, and that the kernel may have cut off in the
+/// middle of a character.
+std::string readableName(std::string_view bytes) {
+  constexpr std::size_t longestRest = 3;
+  for (std::size_t back = 1; back <= std::min(longestRest, bytes.size()); ++back) {
+    const auto byte = static_cast<unsigned char>(bytes[bytes.size() - back]);
+    // The ones that lead the first byte of a character count its bytes; the others lead with one.
+    const int ones = std::countl_one(byte);
+    if (ones != 1) {
+      bytes.remove_suffix(static_cast<std::size_t>(ones) > back ? back : 0);
+      break;
+    }
+  }
+  const std::string quoted = Json(bytes).dump(-1, ' ', false, Json::error_handler_t::replace);
+  return Json::parse(quoted).get<std::string>();
 }
 
 /// The name of a process's program. Nothing once it has ended, even while nobody has reaped it.
@@ -34,13 +55,13 @@ std::optional<std::string> programName(pid_t pid) {
   if (end == std::string::npos || stat.compare(end, 3, ") Z") == 0 || end <= begin) {
     return std::nullopt;
   }
-  return stat.substr(begin, end - begin);
+  return readableName(std::string_view(stat).substr(begin, end - begin));
 }
 
 }  // namespace
 
 std::optional<pid_t> frontmostApplication() {
-  auto x11 = X11::Session::open(X11::Clock::now() + X11::lookLimit);
+  auto x11 = X11::Session::open(after(X11::lookLimit));
   return x11 ? X11::activeProcess(*x11) : std::nullopt;
 }
 

@@ -69,6 +69,10 @@ inline CFTypeID cfTypeID<CFBooleanRef>() {
   return CFBooleanGetTypeID();
 }
 template <>
+inline CFTypeID cfTypeID<CFNullRef>() {
+  return CFNullGetTypeID();
+}
+template <>
 inline CFTypeID cfTypeID<CFNumberRef>() {
   return CFNumberGetTypeID();
 }

@@ -18,9 +18,9 @@ struct Image::Handle {
 
 namespace {
 
-/// What the service's handlers get: the object they ask for, or an error.
+/// What the service's handlers get: the object they ask for, or an error; or nothing in time.
 template <class Object>
-using Answer = std::variant<Object, CaptureError>;
+using Answer = std::variant<Object, CaptureError, TimedOut>;
 
 CaptureError captureError(NSError* error) {
   return {utf8(error.description)};
@@ -29,7 +29,7 @@ CaptureError captureError(NSError* error) {
 template <class Object>
 Answer<Object> waitFor(ResultBox<Answer<Object>>& box, Deadline deadline) {
   auto answer = box.waitUntil(deadline);
-  return answer ? std::move(*answer) : CaptureError{"the capture service does not answer"};
+  return answer ? std::move(*answer) : TimedOut{};
 }
 
 ShareableDisplay wholeDisplay(SCDisplay* display) {
@@ -55,7 +55,7 @@ Answer<SCShareableContent*> shareableContent(Deadline deadline) {
 
 }  // namespace
 
-std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Deadline deadline) {
+Answer<std::vector<ShareableDisplay>> shareableDisplays(Deadline deadline) {
   @autoreleasepool {
     // Connects to the window server. A program without windows has not done so by itself, and
     // content filters may end the process over it.
@@ -63,6 +63,9 @@ std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Dead
     const auto content = shareableContent(deadline);
     if (const auto* error = std::get_if<CaptureError>(&content)) {
       return *error;
+    }
+    if (std::holds_alternative<TimedOut>(content)) {
+      return TimedOut{};
     }
     std::vector<ShareableDisplay> displays;
     for (SCDisplay* display in std::get<SCShareableContent*>(content).displays) {
@@ -72,8 +75,8 @@ std::variant<std::vector<ShareableDisplay>, CaptureError> shareableDisplays(Dead
   }
 }
 
-std::variant<Image, CaptureError> captureImage(const ShareableDisplay& display, std::size_t width,
-                                               std::size_t height, Deadline deadline) {
+Answer<Image> captureImage(const ShareableDisplay& display, std::size_t width, std::size_t height,
+                           Deadline deadline) {
   @autoreleasepool {
     SCStreamConfiguration* const configuration = [[SCStreamConfiguration alloc] init];
     configuration.width = width;
@@ -108,6 +111,26 @@ std::optional<std::string> encodeJPEG(const Image& image, double quality) {
     }
     return std::string(static_cast<const char*>(jpeg.bytes), jpeg.length);
   }
+}
+
+std::vector<std::uint32_t> sampleColours(const Image& image, std::size_t columns,
+                                         std::size_t rows) {
+  std::vector<std::uint32_t> colours(columns * rows);
+  const auto space = CFRef<CGColorSpaceRef>::adopt(CGColorSpaceCreateDeviceRGB());
+  const auto context = CFRef<CGContextRef>::adopt(CGBitmapContextCreate(
+      colours.data(), columns, rows, /*bitsPerComponent=*/8, columns * sizeof colours[0],
+      space.get(), std::uint32_t{kCGImageAlphaNoneSkipFirst} | kCGBitmapByteOrder32Little));
+  if (!context) {
+    return {};
+  }
+  CGContextSetInterpolationQuality(context.get(), kCGInterpolationNone);
+  CGContextDrawImage(context.get(),
+                     CGRectMake(0, 0, static_cast<double>(columns), static_cast<double>(rows)),
+                     image.handle->image.get());
+  for (std::uint32_t& colour : colours) {
+    colour &= 0xFFFFFFU;
+  }
+  return colours;
 }
 
 }  // namespace tervain::Platform

@@ -23,6 +23,9 @@ std::optional<Event> makeEvent(CFRef<CGEventRef> created) {
   if (!created) {
     return std::nullopt;
   }
+  // It may have begun with the modifiers that the session takes to be held, those of an earlier
+  // chord for one.
+  CGEventSetFlags(created.get(), CGEventFlags{});
   return Event(std::make_shared<Event::Handle>(Event::Handle{std::move(created)}));
 }
 

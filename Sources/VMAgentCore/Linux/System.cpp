@@ -2,11 +2,11 @@
 
 #include <fcntl.h>
 #include <malloc.h>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 
 #include "VMAgentCore/AgentError.h"
 
@@ -20,15 +20,15 @@ Pipe makePipe() {
   return {UniqueFD(ends[0]), UniqueFD(ends[1])};
 }
 
+void widen(int pipe) {
+  // Four times what it has. A user's pipes have 64 MiB in all, beyond which new ones are tiny.
+  constexpr int size = 262'144;
+  fcntl(pipe, F_SETPIPE_SZ, size);
+}
+
 int inheritOnlyStandardStreams(posix_spawnattr_t& attributes, short flags,
                                posix_spawn_file_actions_t& actions) {
-  // The agent ignores SIGPIPE, and an ignored signal stays ignored across exec: without this,
-  // `yes | head` would end with an error message instead of silently.
-  sigset_t defaults;
-  sigemptyset(&defaults);
-  sigaddset(&defaults, SIGPIPE);
-  posix_spawnattr_setsigdefault(&attributes, &defaults);
-  posix_spawnattr_setflags(&attributes, static_cast<short>(flags | POSIX_SPAWN_SETSIGDEF));
+  posix_spawnattr_setflags(&attributes, flags);
   // This alone takes memory, and can fail.
   return posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
 }
@@ -38,6 +38,18 @@ UniqueFD watchExit(pid_t child) {
 }
 
 void suppressSigpipe(int /*fd*/) {}
+
+const short peerLeft = POLLRDHUP;
+
+bool peerHasLeft(int socket) {
+  pollfd entry{socket, peerLeft, 0};
+  return poll(&entry, 1, 0) > 0;
+}
+
+void waitFor(std::condition_variable& notified, std::unique_lock<std::mutex>& lock,
+             Deadline deadline) {
+  notified.wait_until(lock, deadline);
+}
 
 void returnLargeMemory() {
   // Left alone, glibc raises this threshold whenever a large block is freed, and from then on keeps

@@ -16,6 +16,7 @@ using CFTypeRef = const void*;
 using CFAllocatorRef = const struct FakeAllocator*;
 using CFArrayRef = const struct FakeArray*;
 using CFBooleanRef = const struct FakeBoolean*;
+using CFNullRef = const struct FakeNull*;
 using CFNumberRef = const struct FakeNumber*;
 using CFStringRef = const struct FakeString*;
 using CFURLRef = const struct FakeURL*;
@@ -36,6 +37,7 @@ constexpr CFAllocatorRef kCFAllocatorDefault = nullptr;
   }
 FAKE_TYPE(CFArray, array)
 FAKE_TYPE(CFBoolean, boolean)
+FAKE_TYPE(CFNull, null)
 FAKE_TYPE(CFNumber, number)
 FAKE_TYPE(CFString, string)
 FAKE_TYPE(CFURL, url)
@@ -50,6 +52,15 @@ inline CFTypeID CFGetTypeID(CFTypeRef object) {
   return Fake::object(object).type;
 }
 
+constexpr struct CFArrayCallBacks {
+} kCFTypeArrayCallBacks;
+inline CFArrayRef CFArrayCreate(CFAllocatorRef /*allocator*/, const void** values, CFIndex count,
+                                const CFArrayCallBacks* /*callBacks*/) {
+  const std::vector<Fake::Reference> items(values, values + count);
+  const auto array = Fake::create<CFArrayRef>(Fake::array, items);
+  std::for_each(items.begin(), array ? items.end() : items.begin(), CFRetain);
+  return array;
+}
 inline CFIndex CFArrayGetCount(CFArrayRef array) {
   return static_cast<CFIndex>(Fake::items(array).size());
 }

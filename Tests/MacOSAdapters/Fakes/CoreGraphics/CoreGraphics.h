@@ -17,10 +17,12 @@ enum CGEventField : std::uint32_t { kCGMouseEventClickState = 1 };
 enum CGEventTapLocation : std::uint32_t { kCGHIDEventTap = 0, kCGSessionEventTap = 1 };
 enum CGScrollEventUnit : std::uint32_t { kCGScrollEventUnitPixel = 0, kCGScrollEventUnitLine = 1 };
 
+/// What a new event has of a chord that the session believes to be held.
+constexpr const char* heldFlags = " flags 131072";
 template <class... Parts>
 CGEventRef fakeEvent(CGEventSourceRef source, const Parts&... what) {
-  return Fake::create<CGEventRef>(Fake::event,
-                                  (source ? "of a source: " : "") + Fake::line(what...));
+  return Fake::create<CGEventRef>(
+      Fake::event, (source ? "of a source: " : "") + Fake::line(what...) + heldFlags);
 }
 inline CGEventRef CGEventCreate(CGEventSourceRef source) {
   return fakeEvent(source, "nothing");
@@ -38,13 +40,15 @@ inline CGEventRef CGEventCreateKeyboardEvent(CGEventSourceRef source, UniChar ke
   return fakeEvent(source, "key", key, down ? "down" : "up");
 }
 inline CGPoint CGEventGetLocation(CGEventRef event) {
-  return Fake::text(event) == "nothing" ? Fake::system().pointer : CGPoint{};
+  return Fake::text(event).starts_with("nothing") ? Fake::system().pointer : CGPoint{};
 }
 inline void CGEventSetIntegerValueField(CGEventRef event, CGEventField field, std::int64_t value) {
   Fake::text(event) += Fake::line(" field", field, "=", value);
 }
 inline void CGEventSetFlags(CGEventRef event, CGEventFlags flags) {
-  Fake::text(event) += Fake::line(" flags", std::uint64_t{flags});
+  std::string& text = Fake::text(event);
+  text.resize(std::min(text.size(), text.find(" flags")));
+  text += flags == 0 ? "" : Fake::line(" flags", std::uint64_t{flags});
 }
 inline void CGEventKeyboardSetUnicodeString(CGEventRef event, unsigned long length,
                                             const UniChar* units) {

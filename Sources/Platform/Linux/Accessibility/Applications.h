@@ -1,0 +1,57 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "Platform/Accessibility.h"
+#include "Platform/Linux/Accessibility/Atspi.h"
+
+namespace tervain::Linux {
+
+/// What an application is made with. Each toolkit fills in its accessibility tree in its own way.
+enum class Toolkit { other, gtk3, gtk4, qt, gecko, chromium };
+
+/// Whether its elements are those of pages.
+constexpr bool isBrowser(Toolkit toolkit) {
+  return toolkit == Toolkit::gecko || toolkit == Toolkit::chromium;
+}
+
+/// A row of a table that manages its descendants. AT-SPI has no object for it.
+struct TableRow {
+  int index = 0;
+  // What is looked at of it: all columns that show may be, and the first limited number of them.
+  int firstColumn = 0;
+  int lastColumn = 0;
+  int columnCount = 0;  ///< how many columns there are in all
+};
+
+}  // namespace tervain::Linux
+
+/// An element is an object of an application on the accessibility bus, or a row of one.
+struct tervain::Platform::AXElement::Handle {
+  /// Without a bus name when the application is not on the bus.
+  Linux::AccessibilityBus::Object object;
+  pid_t pid = 0;
+  Linux::Toolkit toolkit = Linux::Toolkit::other;
+  std::chrono::milliseconds timeout{};  ///< how long the application may be silent
+  /// The path of the window or popover that it is in; empty for the application itself.
+  std::string window;
+  std::optional<Linux::TableRow> row{};  ///< of the table that the object is
+  bool wasSilent = false;                ///< whether the application has already timed out once
+};
+
+namespace tervain::Linux {
+
+/// The root object of a process's application. Nothing when it shows none, or can't be asked.
+std::optional<AccessibilityBus::Object> applicationOf(AccessibilityBus::Connection& connection,
+                                                      pid_t pid, std::chrono::milliseconds silence);
+
+/// A connection straight to an application, where it offers one: GTK 3 does. Null otherwise.
+std::unique_ptr<AccessibilityBus::Connection> straightTo(
+    AccessibilityBus::Connection& connection, const AccessibilityBus::Object& application,
+    std::chrono::milliseconds silence);
+
+}  // namespace tervain::Linux

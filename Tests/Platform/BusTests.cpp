@@ -1,0 +1,74 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+
+#include "Platform/Linux/Accessibility/Bus.h"
+#include "Support/BusServer.h"
+#include "VMAgentCore/IO.h"
+
+namespace tervain::Linux::AccessibilityBus {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A signal of the bus's own protocol, as plain as can be: sd-bus would not be fast enough.
+constexpr std::string_view signal(
+    "l\4\1\1\0\0\0\0\1\0\0\0\x2a\0\0\0"  // little-endian, 42 bytes of fields
+    "\1\1o\0\2\0\0\0/x\0\0\0\0\0\0"      // path
+    "\2\1s\0\3\0\0\0x.y\0\0\0\0\0"       // interface
+    "\3\1s\0\1\0\0\0Z\0\0\0\0\0\0\0",    // member
+    64);
+
+int sendSignalsWithoutEnd(sd_bus_message* question, void* /*userdata*/, sd_bus_error* /*error*/) {
+  const int fd = sd_bus_get_fd(sd_bus_message_get_bus(question));
+  fcntl(fd, F_SETFL, 0);  // blocking
+  std::string many;
+  while (many.size() < readSize) {
+    many += signal;
+  }
+  while (writeAll(fd, many)) {
+  }
+  return -ECONNRESET;
+}
+
+std::atomic<int> answers;
+
+int answerAtOnce(sd_bus_message* question, void* /*userdata*/, sd_bus_error* /*error*/) {
+  const int sent = sd_bus_reply_method_return(question, "");
+  ++answers;
+  return sent;
+}
+
+/// Asks a question, and another one whenever one is answered; by then the next answer is there.
+void askOn(Connection& connection, int& handled) {
+  auto question = connection.method({"a.b", "/x"}, "x.y", "Z");
+  connection.ask(std::move(question), [&](const Answer& answer) {
+    if (answer) {
+      ++handled;
+      test::eventually([&] { return answers > handled; });
+      askOn(connection, handled);
+    }
+  });
+}
+
+TEST(AccessibilityBus, EndsItsWaitsWhateverAnApplicationSends) {
+  std::signal(SIGPIPE, SIG_IGN);
+  const std::tuple<sd_bus_message_handler_t, std::chrono::milliseconds, std::chrono::milliseconds>
+      cases[] = {{sendSignalsWithoutEnd, 100ms, 1h}, {answerAtOnce, 1h, 100ms}};
+  for (const auto& [behaviour, silence, limit] : cases) {
+    const test::BusApplication application(behaviour);
+    const auto connection = application.connect();
+    ASSERT_TRUE(connection);
+    int handled = 0;
+    askOn(*connection, handled);
+    askOn(*connection, handled);
+    const auto start = Clock::now();
+    EXPECT_EQ(connection->run(silence, start + limit), Outcome::timedOut);
+    EXPECT_LT(Clock::now() - start, test::patience);
+  }
+}
+
+}  // namespace
+}  // namespace tervain::Linux::AccessibilityBus
