@@ -2,7 +2,8 @@
 //
 //   serve-unix SOCKET PROGRAM [ARGUMENT…]
 //
-// The socket's file must not exist yet. The program takes this process's place.
+// The socket's file must not exist yet; once it does, whoever connects is let in. The program takes
+// this process's place.
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -13,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <string_view>
 
 namespace {
 
@@ -25,17 +25,27 @@ constexpr int backlog = 128;
   std::exit(EXIT_FAILURE);
 }
 
-int listenOn(std::string_view path) {
+int listenOn(const std::string& path) {
+  // A socket that has a name but does not listen yet refuses who comes, so it gets its name last.
+  const std::string unready = path + "~";
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
+  if (unready.size() >= sizeof address.sun_path) {
     errno = ENAMETOOLONG;
     fail("serve-unix");
   }
-  path.copy(address.sun_path, path.size());
+  unready.copy(address.sun_path, unready.size());
   const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
   if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       listen(fd, backlog) != 0) {
+    fail("serve-unix");
+  }
+  if (access(path.c_str(), F_OK) == 0) {
+    unlink(unready.c_str());
+    errno = EADDRINUSE;
+    fail("serve-unix");
+  }
+  if (rename(unready.c_str(), path.c_str()) != 0) {
     fail("serve-unix");
   }
   return fd;
