@@ -76,7 +76,16 @@ constexpr auto others = makeOthers();
 }
 
 // The same with vectors of two halves, each of which does what the short ones do. (The backslashes
-// are put in, and taken out, by eight digits whatever the width, so only encoding gains by it.)
+// are put in, and taken out, by eight digits whatever the width.)
+
+[[gnu::target("avx2")]] __m256i loadWide(const void* from) {
+  return _mm256_loadu_si256(static_cast<const __m256i*>(from));
+}
+
+/// Which bytes of a wide vector equal a character, by bits.
+[[gnu::target("avx2")]] unsigned find(char c, __m256i in) {
+  return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(in, _mm256_set1_epi8(c))));
+}
 
 [[gnu::target("avx2")]] __m256i twice(__m128i half) {
   return _mm256_broadcastsi128_si256(half);
@@ -109,8 +118,7 @@ constexpr auto others = makeOthers();
   for (; bytes.size() - read >= stepBytes + sizeof(__m128i); read += 2 * stepBytes) {
     const char* const at = bytes.data() + read;
     const __m256i digits = translate(split(_mm256_set_m128i(load(at + stepBytes), load(at))));
-    const auto slashes = static_cast<unsigned>(
-        _mm256_movemask_epi8(_mm256_cmpeq_epi8(digits, _mm256_set1_epi8('/'))));
+    const unsigned slashes = find('/', digits);
     const __m128i first = _mm256_castsi256_si128(digits);
     const __m128i second = _mm256_extracti128_si256(digits, 1);
     end = putEscaped(end, first, slashes & 0xFFU);
@@ -145,30 +153,62 @@ constexpr auto others = makeOthers();
   return {read, static_cast<std::size_t>(end - out)};
 }
 
+[[gnu::target("avx2,popcnt")]] Progress unescapeWide(char* const out, std::string_view text) {
+  std::size_t read = 0;
+  char* end = out;
+  for (; text.size() - read > sizeof(__m256i); read += sizeof(__m256i)) {
+    const char* const at = text.data() + read;
+    const __m256i characters = loadWide(at);
+    const unsigned backslashes = find('\\', characters);
+    if ((backslashes & ~find('/', loadWide(at + 1))) != 0) {
+      break;
+    }
+    const __m128i first = _mm256_castsi256_si128(characters);
+    const __m128i second = _mm256_extracti128_si256(characters, 1);
+    end = putOthers(end, first, backslashes & 0xFFU);
+    end = putOthers(end, _mm_unpackhi_epi64(first, first), backslashes >> 8U & 0xFFU);
+    end = putOthers(end, second, backslashes >> 16U & 0xFFU);
+    end = putOthers(end, _mm_unpackhi_epi64(second, second), backslashes >> 24U);
+  }
+  return {read, static_cast<std::size_t>(end - out)};
+}
+
+// Which characters are digits depends on both halves of their codes: a bit stands for what is wrong
+// with some lower halves, and each upper half has the bits that matter to it.
+
+[[gnu::target("ssse3")]] __m128i wrongBelow() {
+  return _mm_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A, 0x1B,
+                       0x1B, 0x1B, 0x1A);
+}
+
+[[gnu::target("ssse3")]] __m128i mattersAbove() {
+  return _mm_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10, 0x10,
+                       0x10, 0x10, 0x10);
+}
+
+/// The way back from a range of characters to its values: the upper half names the range, and "/",
+/// which shares its one with "+", is moved to the unused one below.
+[[gnu::target("ssse3")]] __m128i distancesBack() {
+  return _mm_setr_epi8(0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a', 0, 0, 0, 0,
+                       0, 0, 0, 0);
+}
+
+/// Where the bytes are once each group of four values has been put together in 32 bits.
+[[gnu::target("ssse3")]] __m128i bytesOfGroups() {
+  return _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
+}
+
 /// The 6-bit values of sixteen digits. False when one of them is none.
 [[gnu::target("ssse3")]] bool values(__m128i digits, __m128i& result) {
-  // Which characters are digits depends on both halves of their codes: a bit stands for what is
-  // wrong with some lower halves, and each upper half has the bits that matter to it.
   const __m128i mask = _mm_set1_epi8(0x0F);
   const __m128i upper = _mm_and_si128(_mm_srli_epi16(digits, 4), mask);
-  const __m128i wrongBelow =
-      _mm_shuffle_epi8(_mm_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
-                                     0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A),
-                       _mm_and_si128(digits, mask));
-  const __m128i mattersAbove =
-      _mm_shuffle_epi8(_mm_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10,
-                                     0x10, 0x10, 0x10, 0x10, 0x10, 0x10),
-                       upper);
-  const __m128i wrong = _mm_and_si128(wrongBelow, mattersAbove);
+  const __m128i wrong = _mm_and_si128(_mm_shuffle_epi8(wrongBelow(), _mm_and_si128(digits, mask)),
+                                      _mm_shuffle_epi8(mattersAbove(), upper));
   if (_mm_movemask_epi8(_mm_cmpeq_epi8(wrong, _mm_setzero_si128())) != 0xFFFF) {
     return false;
   }
-  // The way back from a range of characters to its values: the upper half names the range, and "/",
-  // which shares its one with "+", is moved to the unused one below.
-  const __m128i distances = _mm_setr_epi8(0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a',
-                                          26 - 'a', 0, 0, 0, 0, 0, 0, 0, 0);
   const __m128i range = _mm_add_epi8(upper, _mm_cmpeq_epi8(digits, _mm_set1_epi8('/')));
-  result = _mm_add_epi8(digits, _mm_shuffle_epi8(distances, range));
+  result = _mm_add_epi8(digits, _mm_shuffle_epi8(distancesBack(), range));
   return true;
 }
 
@@ -182,8 +222,36 @@ constexpr auto others = makeOthers();
     }
     const __m128i twelves = _mm_maddubs_epi16(sixes, _mm_set1_epi32(0x01400140));
     const __m128i groups = _mm_madd_epi16(twelves, _mm_set1_epi32(0x00011000));
-    store(end, _mm_shuffle_epi8(
-                   groups, _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1)));
+    store(end, _mm_shuffle_epi8(groups, bytesOfGroups()));
+  }
+  return {read, static_cast<std::size_t>(end - out)};
+}
+
+[[gnu::target("avx2")]] bool values(__m256i digits, __m256i& result) {
+  const __m256i mask = _mm256_set1_epi8(0x0F);
+  const __m256i upper = _mm256_and_si256(_mm256_srli_epi16(digits, 4), mask);
+  const __m256i below = _mm256_shuffle_epi8(twice(wrongBelow()), _mm256_and_si256(digits, mask));
+  if (_mm256_testz_si256(below, _mm256_shuffle_epi8(twice(mattersAbove()), upper)) == 0) {
+    return false;
+  }
+  const __m256i range = _mm256_add_epi8(upper, _mm256_cmpeq_epi8(digits, _mm256_set1_epi8('/')));
+  result = _mm256_add_epi8(digits, _mm256_shuffle_epi8(twice(distancesBack()), range));
+  return true;
+}
+
+[[gnu::target("avx2")]] Progress decodeWide(char* const out, std::string_view digits) {
+  std::size_t read = 0;
+  char* end = out;
+  for (; digits.size() - read >= 2 * stepDigits; read += 2 * stepDigits, end += 2 * stepBytes) {
+    __m256i sixes;
+    if (!values(loadWide(digits.data() + read), sixes)) {
+      break;
+    }
+    const __m256i twelves = _mm256_maddubs_epi16(sixes, _mm256_set1_epi32(0x01400140));
+    const __m256i groups = _mm256_madd_epi16(twelves, _mm256_set1_epi32(0x00011000));
+    const __m256i bytes = _mm256_shuffle_epi8(groups, twice(bytesOfGroups()));
+    store(end, _mm256_castsi256_si128(bytes));
+    store(end + stepBytes, _mm256_extracti128_si256(bytes, 1));
   }
   return {read, static_cast<std::size_t>(end - out)};
 }
@@ -227,11 +295,25 @@ Progress encodeFast(char* out, std::string_view bytes) {
 }
 
 Progress decodeFast(char* out, std::string_view digits) {
-  return level() != Level::none ? decode(out, digits) : Progress{};
+  switch (level()) {
+    case Level::avx2:
+      return decodeWide(out, digits);
+    case Level::ssse3:
+      return decode(out, digits);
+    default:
+      return {};
+  }
 }
 
 Progress unescapeFast(char* out, std::string_view text) {
-  return level() != Level::none ? unescape(out, text) : Progress{};
+  switch (level()) {
+    case Level::avx2:
+      return unescapeWide(out, text);
+    case Level::ssse3:
+      return unescape(out, text);
+    default:
+      return {};
+  }
 }
 
 }  // namespace tervain::Base64
