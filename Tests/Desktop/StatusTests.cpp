@@ -1,13 +1,19 @@
 // What the real executable says of a desktop that comes, hangs, goes away and comes back.
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
+#include <xcb/xproto.h>
 
 #include <csignal>
+#include <future>
 #include <memory>
 
 #include "CVsock/cvsock.h"
 #include "Support/AgentProcess.h"
+#include "Support/Sockets.h"
+#include "VMAgentCore/IO.h"
 
 namespace tervain {
 namespace {
@@ -120,6 +126,42 @@ TEST_F(Status, DoesNotWaitForWhatHangs) {
     const auto now = agent_.footprint();
     return now.threads <= footprint.threads && now.descriptors <= footprint.descriptors + 3;
   })) << testing::PrintToString(agent_.footprint());
+}
+
+/// Lets one client in, as a server with one screen, and goes at its first request.
+void leaveAtOnce(int listener) {
+  struct {
+    xcb_setup_t setup{};
+    xcb_screen_t screen{};
+  } welcome;
+  welcome.setup.status = 1;
+  welcome.setup.protocol_major_version = 11;
+  welcome.setup.length = (sizeof welcome - 8) / 4;
+  welcome.setup.maximum_request_length = 65'535;
+  welcome.setup.roots_len = 1;
+  const UniqueFD client(accept(listener, nullptr, nullptr));
+  char request[64];
+  readSome(client.get(), request);
+  writeAll(client.get(), {reinterpret_cast<const char*>(&welcome), sizeof welcome});
+  readSome(client.get(), request);
+}
+
+TEST_F(Status, OutlivesAServerThatLeavesAtOnce) {
+  const UniqueFD listener = test::closedOnExec(socket(AF_INET, SOCK_STREAM, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(bind(listener.get(), generic, size) | listen(listener.get(), 1), 0);
+  getsockname(listener.get(), generic, &size);
+  constexpr int firstPort = 6000;
+  const int number = ntohs(address.sin_port) - firstPort;
+  const auto left = std::async(std::launch::async, leaveAtOnce, listener.get());
+  const AgentProcess agent(
+      {.environment = {{"DISPLAY", "127.0.0.1:" + std::to_string(number)}}, .prefix = {}});
+  left.wait();
+  EXPECT_EQ(agent.connect().ask(R"({"op":"ping"})")["readiness"], grants(false, false));
 }
 
 // A server and a bus, but no window manager, nothing on the screen, and another has the port.

@@ -126,7 +126,11 @@ class Session::Pool {
     for (xcb_extension_t* const extension : extensionsInUse) {
       xcb_get_extension_data(connection.get(), extension);
     }
-    if (xcb_get_extension_data(connection.get(), &xcb_xkb_id)->present != 0) {
+    const auto* const xkb = xcb_get_extension_data(connection.get(), &xcb_xkb_id);
+    if (!xkb) {
+      return nullptr;  // the server has gone meanwhile
+    }
+    if (xkb->present != 0) {
       const Reply<xcb_xkb_use_extension_reply_t> used(xcb_xkb_use_extension_reply(
           connection.get(), xcb_xkb_use_extension(connection.get(), 1, 0), nullptr));
     }
