@@ -10,6 +10,7 @@
 namespace tervain::test {
 namespace {
 
+namespace X11 = Linux::X11;
 using Seen = Witness::Seen;
 
 constexpr unsigned shift = XCB_MOD_MASK_SHIFT;
@@ -69,6 +70,36 @@ TEST_F(InputDesktopTest, MovesThePointerPressesButtonsAndTurnsTheWheel) {
     EXPECT_EQ(witness_.seen(expected.size()), expected) << c.op << c.fields;
   }
   EXPECT_EQ(witness_.pointer(), std::pair(300, 400));
+}
+
+/// Shows a popup all over the screen.
+void popUp(X11::Session& x11) {
+  const std::uint32_t values[] = {1, XCB_EVENT_MASK_ENTER_WINDOW};
+  const xcb_window_t popup = xcb_generate_id(x11.get());
+  xcb_create_window(x11.get(), XCB_COPY_FROM_PARENT, popup, x11.screen().root, 0, 0, 1900, 1080, 0,
+                    XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                    XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+  xcb_map_window(x11.get(), popup);
+  ASSERT_TRUE(x11.roundTrip());
+}
+
+TEST_F(InputDesktopTest, EntersAMenuThatAPressOpens) {
+  witness_.watchInput();
+  auto x11 = X11::Session::open(after(patience));
+  const auto clicked = std::async(std::launch::async, [this] {
+    act("click", {{"x", 50}, {"y", 60}, {"button", "right"}});
+  });
+  EXPECT_EQ(witness_.seen(1), (std::vector<Seen>{{Seen::buttonDown, 3, 0}}));
+  popUp(*x11);
+  bool entered = false;
+  while (const auto event = entered ? nullptr : x11->awaitEvent(after(patience))) {
+    entered =
+        (event->response_type & 0x7F) == XCB_ENTER_NOTIFY &&
+        reinterpret_cast<const xcb_enter_notify_event_t&>(*event).mode == XCB_NOTIFY_MODE_NORMAL;
+  }
+  EXPECT_TRUE(entered);
+  clicked.wait();
+  EXPECT_EQ(witness_.pointer(), std::pair(50, 60));
 }
 
 std::vector<std::pair<std::string, xcb_keysym_t>> namedKeys() {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -85,15 +86,53 @@ void sendWheel(X11::Session& x11, std::int32_t lines, std::uint8_t positive,
   }
 }
 
+/// Where a button went down, and over which of the root's windows.
+struct Press {
+  std::int16_t x;
+  std::int16_t y;
+  xcb_window_t window;
+};
+
+/// Of the press that is not released yet. Whoever presses a button releases it, on the same thread.
+thread_local std::optional<Press> pressed;
+
+/// Leaves a popup by its side and comes back. The server tells nobody that the pointer has entered
+/// a window which came up under it while a button was held, and GTK 4 takes a click on a menu that
+/// was not entered for one beside it.
+void enterAnew(X11::Session& x11, xcb_window_t window, Point location) {
+  const auto attributes = x11.await(xcb_get_window_attributes(x11.get(), window));
+  const auto frame = x11.await(xcb_get_geometry(x11.get(), window));
+  if (!attributes || !frame || attributes->override_redirect == 0) {
+    return;
+  }
+  const int beside = frame->x > 0 ? frame->x - 1 : frame->x + frame->width;
+  sendMotion(x11, {static_cast<double>(beside), location.y});
+  sendMotion(x11, location);
+}
+
 /// A menu that a press has opened takes any motion before the release for a choice from it. So the
 /// pointer is not moved to where it is.
 void sendButtonAt(X11::Session& x11, const Mouse& mouse, bool down) {
-  const auto at = x11.await(xcb_query_pointer(x11.get(), x11.screen().root));
+  const auto place = [&x11] { return x11.await(xcb_query_pointer(x11.get(), x11.screen().root)); };
+  auto at = place();
   if (!at || at->root_x != coordinate(mouse.location.x) ||
       at->root_y != coordinate(mouse.location.y)) {
     sendMotion(x11, mouse.location);
+    at = place();
   }
   sendButton(x11, buttonNumber(mouse.button), down);
+  if (!at) {
+    return;
+  }
+  if (down) {
+    pressed = Press{at->root_x, at->root_y, at->child};
+  } else if (const auto press = std::exchange(pressed, std::nullopt);
+             press && press->x == at->root_x && press->y == at->root_y) {
+    const auto now = place();
+    if (now && now->child != press->window && now->child != XCB_NONE) {
+      enterAnew(x11, now->child, mouse.location);
+    }
+  }
 }
 
 void send(X11::Session& x11, const Mouse& mouse) {
