@@ -13,6 +13,9 @@ namespace tervain {
 class LineSplitBuffer {
  public:
   LineSplitBuffer() = default;
+  ~LineSplitBuffer() = default;
+  LineSplitBuffer(const LineSplitBuffer&) = delete;
+  LineSplitBuffer& operator=(const LineSplitBuffer&) = delete;
   LineSplitBuffer(LineSplitBuffer&& other) noexcept { *this = std::move(other); }
   LineSplitBuffer& operator=(LineSplitBuffer&& other) noexcept {
     data_ = std::exchange(other.data_, {});

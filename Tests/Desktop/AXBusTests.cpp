@@ -15,7 +15,7 @@ constexpr const char* launcher = "/usr/libexec/at-spi-bus-launcher";
 /// The launcher that the desktop has started: our own parent's child.
 pid_t desktopLauncher() {
   for (const pid_t pid : childrenOf(getppid())) {
-    if (textOf("/proc/" + std::to_string(pid) + "/cmdline").c_str() == std::string(launcher)) {
+    if (textOf("/proc/" + std::to_string(pid) + "/cmdline").starts_with(launcher)) {
       return pid;
     }
   }

@@ -43,7 +43,9 @@ Lines clicks(int count, const std::string& events = "left", const std::string& b
   Lines lines{"moved 10,20 left"};
   for (int n = 1; n <= count; ++n) {
     const std::string rest = " 10,20 " + button + " click " + std::to_string(n);
-    lines.insert(lines.end(), {events + "Down" + rest, "wait 40000", events + "Up" + rest});
+    lines.push_back(std::string(events).append("Down").append(rest));
+    lines.emplace_back("wait 40000");
+    lines.push_back(std::string(events).append("Up").append(rest));
     lines.emplace_back("wait 90000");
   }
   lines.pop_back();

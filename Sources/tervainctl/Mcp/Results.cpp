@@ -20,7 +20,7 @@ Json failureResult(const std::string& text) {
 }
 
 std::string advise(const std::exception& failure) {
-  const std::string text = failure.what();
+  std::string text = failure.what();
   if (dynamic_cast<const AgentError*>(&failure)) {
     return text +
            ". The guest or its agent is away: see that it runs, and try again. Refs from before "
