@@ -90,11 +90,9 @@ pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> arg
   return pid;
 }
 
-int waitForEnd(pid_t child) {
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+void reap(pid_t child) {
+  while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
   }
-  return status;
 }
 
 }  // namespace tervain

@@ -9,6 +9,7 @@
 #include "ScriptedPlatform/ScriptedCheckup.h"
 #include "ScriptedPlatform/ScriptedEvents.h"
 #include "ScriptedPlatform/ScriptedStatus.h"
+#include "Support/Deadline.h"
 #include "Support/TempDir.h"
 #include "TervainVMAgent/Checkup.h"
 
@@ -29,7 +30,7 @@ class CheckupTest : public testing::Test {
     settings_.shellPath = "/bin/sh";
     settings_.listen = [](std::uint32_t) { return -EADDRINUSE; };
     settings_.agentAnswers = [](std::uint32_t port) { return port == 2035; };
-    settings_.patience = std::chrono::milliseconds(500);
+    settings_.patience = test::patience;
     // The pointer goes where the last event sends it.
     test::scriptedEvents().onPost = [this](const std::string& line) {
       double x = 0;
@@ -112,14 +113,17 @@ TEST_F(CheckupTest, FindsWhatIsWrong) {
 }
 
 TEST_F(CheckupTest, WaitsForNothingForGood) {
-  const test::TempDir dir;
-  dir.write("hangs", "#!/bin/sh\nsleep 60\n");
-  settings_.shellPath = dir.path("hangs");
-  std::filesystem::permissions(settings_.shellPath, std::filesystem::perms::owner_all);
+  settings_.patience = std::chrono::milliseconds(200);
   auto release = std::make_shared<std::latch>(1);
   capture_.beforeAnswer = [release] { release->wait(); };
-  EXPECT_EQ(complaints(),
-            "picture: none in time\nshell: " + settings_.shellPath + " does not come to an end\n");
+  for (const char* script : {"#!/bin/sh\nsleep 60\n", "#!/bin/sh\nexec >&- 2>&-; sleep 60\n"}) {
+    const test::TempDir dir;
+    dir.write("hangs", script);
+    settings_.shellPath = dir.path("hangs");
+    std::filesystem::permissions(settings_.shellPath, std::filesystem::perms::owner_all);
+    EXPECT_EQ(complaints(), "picture: none in time\nshell: " + settings_.shellPath +
+                                " does not come to an end\n");
+  }
   release->count_down();
 }
 
