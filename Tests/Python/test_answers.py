@@ -30,6 +30,7 @@ def line(reply: object) -> bytes:
         b"hello\n", b"\n", b"\xff\n", b"[]\n", b'{"ok":NaN}\n', b'{"a":' * 300_000 + b"\n",
         b'{"ok":' + b"9" * 3_000_000 + b"}\n", line({"ok": 1}), line({"ok": False}),
         line(STATUS | {"version": "2"}), line(STATUS | {"version": True}),
+        line(STATUS | {"version": 2.5}),
         line(STATUS | {"displays": [5]}), line(STATUS) * 2)),
     (itertools.repeat(b"x" * 65536), ProtocolError),
     ([], TimeoutError),
