@@ -85,7 +85,7 @@ def node(ref: str, role: str, title: str = "", **more: object) -> dict[str, obje
 
 TREE = node("e1", "AXApplication", "Editor", children=[
     node("e2", "AXButton", "Save", frame={"x": 10, "y": 20, "w": 30, "h": 41}),
-    node("e3", "AXButton", "Save all"),
+    node("e3", "AXButton", "Save all", subrole="AXToolbarButton"),
     node("e4", "AXTextArea", value="Straße nach Malmo\u0308"),
 ])
 
@@ -105,7 +105,8 @@ def serve_tree(serve: Serve, tree: object, asked: list[dict[str, object]], **mor
     ({"value": "malmö"}, {}, "e4"),
     ({"title": "Save", "exact": True}, {}, "e2"),
     ({"role": "button", "title": "ALL"}, {}, "e3"),
-    ({"role": "axbutton", "title": "save"}, {}, r"2 elements.*\n  e2 AXButton.*\n  e3 AXButton"),
+    ({"role": "AXButton/AXToolbarButton", "exact": True}, {}, "e3"),
+    ({"role": "axbutton", "title": "save"}, {}, r"2 elements.*\n  e2 AXButton.*\n  e3 AXButton/"),
     ({"title": "save all", "exact": True}, {}, "no element of Editor fits exactly title"),
     ({"title": "Quit"}, {"truncated": True}, "does not show everything: it ends at"),
     ({}, {}, "give a role"),
