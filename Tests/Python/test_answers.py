@@ -139,7 +139,7 @@ def test_elements_are_good_until_the_next_snapshot(serve: Serve) -> None:
     with tervain.Agent(serve_tree(serve, TREE, asked)) as agent:
         button = agent.find(title="Save", exact=True)
         button.click()
-        assert asked[-1]["x"], asked[-1]["y"] == (25, 40)
+        assert (asked[-1]["x"], asked[-1]["y"]) == (25, 40)
         agent.close()  # and on a new connection e2 would be another's
         uses: list[Callable[[], object]] = [button.press, button.focus, button.click,
                                             lambda: button.set("x")]
