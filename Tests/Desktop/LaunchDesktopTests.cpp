@@ -36,7 +36,7 @@ class LaunchDesktop : public testing::Test {
     environment_["XDG_DATA_HOME"] = data_.path();
     environment_["LANGUAGE"] = "de";
     environment_.erase("XDG_CURRENT_DESKTOP");
-    agent_.emplace(AgentProcess::Options{environment_, {}});
+    agent_.emplace(AgentProcess::Options{environment_});
   }
 
   ~LaunchDesktop() override {
