@@ -141,15 +141,5 @@ TEST_F(LaunchDesktop, OpensBundles) {
             "there is no program in it that this system can run");
 }
 
-TEST_F(LaunchDesktop, BringsUpTheWindowOfARealApplication) {
-  Witness witness;
-  EXPECT_EQ(launch("Mousepad"), success);
-  EXPECT_TRUE(eventually([&] {
-    const pid_t active = witness.activeProcess();
-    const std::string name = textOf("/proc/" + std::to_string(active) + "/comm");
-    return name == "mousepad\n" && started_.insert(active).second;
-  }));
-}
-
 }  // namespace
 }  // namespace tervain::test
