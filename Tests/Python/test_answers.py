@@ -5,7 +5,6 @@ from __future__ import annotations
 import itertools
 import json
 import resource
-import time
 from collections.abc import Callable, Iterable
 from typing import Any
 
@@ -16,9 +15,15 @@ import tervain
 from tervain import (AgentError, AmbiguousElement, CommandTimeout, ConnectionLost, ElementNotFound,
                      OutputTooLong, ProtocolError, StaleElement)
 
-PATIENCE = 0.5
+PATIENCE = 20.0  # for what must come
+BRIEF = 1.0  # for what must not
 STATUS = {"ok": True, "version": 2, "displays": [],
           "readiness": {"accessibility": True, "screenRecording": True, "postEvent": True}}
+
+
+def limit(error: type[Exception]) -> float:
+    """How long a call may take that must raise this. What takes longer raises a TimeoutError."""
+    return BRIEF if issubclass(error, TimeoutError) else PATIENCE
 
 
 def line(reply: object) -> bytes:
@@ -40,12 +45,10 @@ def line(reply: object) -> bytes:
 ])
 def test_bad_replies_raise_in_time(serve: Serve, answer: Iterable[bytes],
                                    error: type[Exception]) -> None:
-    agent = tervain.Agent(serve(lambda _: answer), timeout=PATIENCE)
+    agent = tervain.Agent(serve(lambda _: answer), timeout=limit(error))
     before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
-    started = time.monotonic()
     with pytest.raises(error):
         agent.ping()
-    assert time.monotonic() - started < 10 * PATIENCE
     assert resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before < 200 * 1024  # KiB
     if error in (AgentError, TimeoutError, ConnectionLost):  # it may have been done
         with pytest.raises(error, match="look at a new snapshot"):
@@ -71,11 +74,9 @@ def output(data: str) -> bytes:
 def test_bad_frames_raise_in_time(serve: Serve, frames: Iterable[bytes],
                                   error: type[Exception]) -> None:
     agent = tervain.Agent(serve(lambda line: frames if b'"exec"' in line else []))
-    started = time.monotonic()
     with pytest.raises(error):
-        agent.run("true", timeout=PATIENCE, max_output=10_000_000)
-    assert time.monotonic() - started < 10 * PATIENCE
-    with agent.popen("true", timeout=PATIENCE) as command, pytest.raises((error, TimeoutError)):
+        agent.run("true", timeout=limit(error), max_output=10_000_000)
+    with agent.popen("true", timeout=BRIEF) as command, pytest.raises((error, TimeoutError)):
         command.wait()
 
 
@@ -152,6 +153,6 @@ def test_elements_are_good_until_the_next_snapshot(serve: Serve) -> None:
 def test_gone_needs_to_be_seen(serve: Serve) -> None:
     with tervain.Agent(serve_tree(serve, TREE, [], truncated=True)) as agent:
         with pytest.raises(TimeoutError, match="not seen to be gone .* does not show everything"):
-            agent.wait_for(title="Quit", gone=True, timeout=PATIENCE)
+            agent.wait_for(title="Quit", gone=True, timeout=BRIEF)
         with pytest.raises(TimeoutError, match="still there"):
-            agent.wait_for(role="textarea", gone=True, timeout=PATIENCE)
+            agent.wait_for(role="textarea", gone=True, timeout=BRIEF)
