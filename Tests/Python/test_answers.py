@@ -154,5 +154,10 @@ def test_gone_needs_to_be_seen(serve: Serve) -> None:
     with tervain.Agent(serve_tree(serve, TREE, [], truncated=True)) as agent:
         with pytest.raises(TimeoutError, match="not seen to be gone .* does not show everything"):
             agent.wait_for(title="Quit", gone=True, timeout=BRIEF)
+
+
+def test_time_outs_say_what_was_seen_last(serve: Serve) -> None:
+    replies = iter([[line({"ok": True, "tree": TREE, "app": "Editor"})]])
+    with tervain.Agent(serve(lambda _: next(replies, []))) as agent:  # it answers one look only
         with pytest.raises(TimeoutError, match="still there"):
             agent.wait_for(role="textarea", gone=True, timeout=BRIEF)
