@@ -1,11 +1,9 @@
 #include "VMAgentClient/Connect.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -18,10 +16,7 @@
 #include "VMAgentClient/ProtocolError.h"
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/IO.h"
-#include "VMAgentCore/System.h"
-
-extern "C" char**
-    environ;  // NOLINT(readability-redundant-declaration): not every system declares it
+#include "VMAgentCore/SpawnGroupLeader.h"
 
 namespace tervain {
 namespace {
@@ -139,31 +134,9 @@ UniqueFD connectProgram(const std::string& command) {
   fcntl(ours.get(), F_SETFD, FD_CLOEXEC);
   fcntl(theirs.get(), F_SETFD, FD_CLOEXEC);
 
-  std::string shell = "/bin/sh";
-  std::string option = "-c";
-  std::string script = R"(exec 3<&0; eval "$0" <&3 3<&- &)";
-  std::string argument = command;
-  const std::array<char*, 5> words{shell.data(), option.data(), script.data(), argument.data(),
-                                   nullptr};
-  posix_spawn_file_actions_t actions{};
-  posix_spawnattr_t attributes{};
-  posix_spawn_file_actions_init(&actions);
-  posix_spawnattr_init(&attributes);
-  posix_spawn_file_actions_adddup2(&actions, theirs.get(), STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, theirs.get(), STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDERR_FILENO);
-  pid_t child = -1;
-  int failed = System::inheritOnlyStandardStreams(attributes, 0, actions);
-  failed = failed
-               ? failed
-               : posix_spawn(&child, shell.c_str(), &actions, &attributes, words.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  posix_spawnattr_destroy(&attributes);
-  if (failed != 0) {
-    throw AgentError::posix("starting " + command, failed);
-  }
-  while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  const std::array<std::string, 3> arguments{"-c", R"(exec 3<&0; eval "$0" <&3 3<&- &)", command};
+  reap(spawnInOurGroup("/bin/sh", arguments, processEnvironment(), theirs.get(), theirs.get(),
+                       STDERR_FILENO));
   return ours;
 }
 

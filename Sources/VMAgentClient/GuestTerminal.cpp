@@ -3,18 +3,19 @@
 namespace tervain::GuestTerminal {
 
 std::string Greeting::take(std::string_view bytes) {
-  if (!path_.empty()) {
+  if (!looking_) {
     return std::string(bytes);
   }
   held_.append(bytes);
   const std::size_t start = held_.find(marker_);
   const std::size_t end = start == held_.npos ? held_.npos : held_.find('\n', start);
-  if (end == held_.npos) {
-    return {};
+  looking_ = end == held_.npos && held_.size() <= most;
+  if (end != held_.npos) {
+    path_ = held_.substr(start + marker_.size(), end - start - marker_.size());
+    path_.erase(path_.find_last_not_of('\r') + 1);
+    held_.erase(start, end + 1 - start);
   }
-  path_ = held_.substr(start + marker_.size(), end - start - marker_.size());
-  path_.erase(path_.find_last_not_of('\r') + 1);
-  return held_.erase(start, end + 1 - start);
+  return looking_ ? std::string() : rest();
 }
 
 std::string Escape::take(std::string_view bytes) {

@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /// What passes between our terminal and one that the guest has made, beside the bytes themselves.
 namespace tervain::GuestTerminal {
@@ -13,19 +14,23 @@ class Greeting {
   explicit Greeting(std::string marker) : marker_(std::move(marker) + " ") {}
 
   /// The output that is the user's. All of it is held back until the line is complete, which comes
-  /// before anything that the command writes.
+  /// before anything that the command writes, or it is `most`.
   std::string take(std::string_view bytes);
 
   /// What is held back still, when there is no more output.
-  std::string rest() { return std::move(held_); }
+  std::string rest() { return std::exchange(held_, {}); }
 
   /// The path; empty until it is known.
   [[nodiscard]] const std::string& path() const { return path_; }
 
  private:
+  /// Far more bytes than any shell says before: the line is not to be expected any more.
+  static constexpr std::size_t most = 65'536;
+
   std::string marker_;
   std::string held_;
   std::string path_;
+  bool looking_ = true;
 };
 
 /// The user wants to leave, whatever the guest does.

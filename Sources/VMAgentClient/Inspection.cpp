@@ -5,6 +5,7 @@
 #include <map>
 #include <tuple>
 
+#include "VMAgentClient/GuestShell.h"
 #include "VMAgentClient/InspectionPage.h"
 #include "VMAgentCore/Base64/Base64.h"
 
@@ -124,14 +125,8 @@ std::string embedded(const Json& data) {
 std::string shellWord(std::string_view word) {
   constexpr std::string_view plain =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./:@%+,";
-  if (!word.empty() && word.find_first_not_of(plain) == std::string_view::npos) {
-    return std::string(word);
-  }
-  std::string text = "'";
-  for (const char c : word) {
-    text += c == '\'' ? "'\\''" : std::string(1, c);
-  }
-  return text + "'";
+  const bool isPlain = !word.empty() && word.find_first_not_of(plain) == std::string_view::npos;
+  return isPlain ? std::string(word) : GuestShell::inQuotes(word);
 }
 
 std::string inspectionPage(const ElementTree& tree, const Screenshot& picture,

@@ -51,6 +51,15 @@ std::vector<std::string> wordsOf(std::string_view value) {
   return words;
 }
 
+/// Words as one, as ssh joins them: it quotes nothing.
+std::string joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) {
+    text.append(text.empty() ? "" : " ").append(word);
+  }
+  return text;
+}
+
 /// An argument of -o in two: "Name=value" or "Name value".
 struct Setting {
   std::string name;  // in lower case
@@ -243,7 +252,7 @@ class Parser {
     } else if (name == "loglevel") {
       line_.quiet = line_.quiet || setting.says("quiet");
     } else if (name == "remotecommand" && !setting.says("none")) {
-      remoteCommand_ = {joined(setting)};
+      remoteCommand_ = {joined(setting.words)};
     } else if (name == "connecttimeout") {
       takeConnectLimit(setting.value());
     } else if (forwards(setting)) {
@@ -257,14 +266,6 @@ class Parser {
                         name == "dynamicforward" || name == "stdioforward";
     const bool ifWanted = name == "forwardagent" || name == "forwardx11" || name == "tunnel";
     return always || (ifWanted && !setting.says("no"));
-  }
-
-  static std::string joined(const Setting& setting) {
-    std::string text;
-    for (const std::string& word : setting.words) {
-      text.append(text.empty() ? "" : " ").append(word);
-    }
-    return text;
   }
 
   void takeTerminal(const Setting& setting) {
@@ -316,10 +317,7 @@ std::variant<std::string, SshRefusal> guestLine(const SshCommandLine& line) {
       surroundings.environment[entry.substr(0, equals)] = entry.substr(equals + 1);
     }
   }
-  std::string command;
-  for (const std::string& word : line.words) {  // as ssh does, which quotes nothing
-    command.append(command.empty() ? "" : " ").append(word);
-  }
+  const std::string command = joined(line.words);
   if (line.subsystem && command != "sftp") {
     return SshRefusal{"there is no subsystem " + command + ", only sftp"};
   }

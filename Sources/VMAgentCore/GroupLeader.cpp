@@ -2,9 +2,11 @@
 
 #include <sys/wait.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <csignal>
 
+#include "VMAgentCore/IO.h"
+#include "VMAgentCore/SpawnGroupLeader.h"
 #include "VMAgentCore/System.h"
 
 namespace tervain {
@@ -29,8 +31,7 @@ GroupLeader::~GroupLeader() {
   if (!exit_) {
     signal(SIGKILL);
   }
-  while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  reap(pid_);
 }
 
 void GroupLeader::poll() {
@@ -40,9 +41,19 @@ void GroupLeader::poll() {
   siginfo_t end{};  // stays empty while nothing has happened to the child
   const int result = waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);
   if (result != 0 || (end.si_pid != 0 && isEnd(end))) {
-    exit_ = Exit{result == 0 ? exitCode(end) : unknownCode, std::chrono::steady_clock::now()};
+    exit_ = Exit{result == 0 ? exitCode(end) : unknownCode, Clock::now()};
     exitWatch_.reset();
   }
+}
+
+bool GroupLeader::waitForEnd(Deadline deadline) {
+  // How late an end is noticed that the system gives no descriptor to tell of.
+  constexpr std::chrono::milliseconds tick{200};
+  for (poll(); !exit_ && Clock::now() < deadline; poll()) {
+    pollfd end{exitWatch(), POLLIN, 0};
+    waitForEvents({&end, 1}, std::min(deadline, after(tick)));
+  }
+  return exit_.has_value();
 }
 
 void GroupLeader::signal(int number) const {

@@ -2,9 +2,9 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <optional>
 
+#include "VMAgentCore/Deadline.h"
 #include "VMAgentCore/UniqueFD.h"
 
 namespace tervain {
@@ -27,7 +27,7 @@ class GroupLeader {
 
   struct Exit {
     int code;  ///< exit status 0 to 255, 128 + the signal that ended it, or `unknownCode`
-    std::chrono::steady_clock::time_point noticed;
+    Deadline noticed;
   };
 
   /// How the child ended, once it is known to have.
@@ -38,6 +38,9 @@ class GroupLeader {
 
   /// Looks whether the child has ended. Never waits.
   void poll();
+
+  /// Waits for the child to end. False when it has not by the deadline. Throws AgentError.
+  bool waitForEnd(Deadline deadline);
 
   /// Signals the whole group, or else the child alone. Any number may be tried.
   void signal(int number) const;

@@ -295,32 +295,34 @@ class Parser {
 
   /// What follows "\u": four digits, or those of two surrogates.
   bool escapedCharacter(std::string* into) {
-    auto character = hexDigits();
-    if (!character || (*character >= 0xDC00 && *character < 0xE000)) {
+    const auto unit = hexDigits();
+    if (!unit || isLowSurrogate(*unit)) {
       return false;
     }
-    if (*character >= 0xD800 && *character < 0xDC00) {
+    char32_t character = *unit;
+    if (isHighSurrogate(*unit)) {
       const auto low = take("\\u") ? hexDigits() : std::nullopt;
-      if (!low || *low < 0xDC00 || *low >= 0xE000) {
+      if (!low || !isLowSurrogate(*low)) {
         return false;
       }
-      character = 0x10000 + ((*character - 0xD800) << 10U) + (*low - 0xDC00);
+      character = codePoint(*unit, *low);
     }
     if (into) {
-      appendUTF8(*into, *character);
+      appendUTF8(*into, character);
     }
     return true;
   }
 
-  std::optional<std::uint32_t> hexDigits() {
+  std::optional<char16_t> hexDigits() {
     constexpr std::size_t count = 4;
     const std::string_view digits = text_.substr(std::min(at_, text_.size()), count);
-    std::uint32_t result = 0;
+    std::uint16_t result = 0;
     const char* const end = digits.data() + digits.size();
     const auto [stop, failed] = std::from_chars(digits.data(), end, result, 16);
     at_ += digits.size();
-    return failed == std::errc() && digits.size() == count && stop == end ? std::optional(result)
-                                                                          : std::nullopt;
+    return failed == std::errc() && digits.size() == count && stop == end
+               ? std::optional<char16_t>(result)
+               : std::nullopt;
   }
 
   bool number(Json* into) {

@@ -32,8 +32,7 @@ struct DrainResult {
 
 /// Collects the ".jsonl" files of `dir` in name order, at most `maxBytes` bytes of them, and no
 /// more than `maxCap`. A file that does not fit is left behind, and smaller ones after it may still
-/// be taken. What can't be
-/// read is passed over, and nothing is deleted. Never fails.
+/// be taken. What can't be read is passed over, and nothing is deleted. Never fails.
 DrainResult drain(const std::string& dir, std::int64_t maxBytes);
 
 }  // namespace tervain::ShellSpool

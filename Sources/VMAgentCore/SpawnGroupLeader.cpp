@@ -2,8 +2,8 @@
 
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <vector>
@@ -42,7 +42,7 @@ class FileActions {
   posix_spawn_file_actions_t value{};
 };
 
-/// The agent ignores SIGPIPE, and an ignored signal stays ignored across exec: without this,
+/// We ignore SIGPIPE, and an ignored signal stays ignored across exec: without this,
 /// `yes | head` would end with an error message instead of silently.
 void restoreSigpipe(posix_spawnattr_t& attributes) {
   sigset_t defaults;
@@ -62,10 +62,9 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
   return result;
 }
 
-}  // namespace
-
-pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> args,
-                       const Environment& environment, int stdinFD, int stdoutFD, int stderrFD) {
+/// `flags` are those of the attributes that only one kind of child has.
+pid_t spawn(const std::string& path, std::span<const std::string> args,
+            const Environment& environment, const std::array<int, 3>& streams, short flags) {
   std::vector<std::string> argv{path};
   argv.insert(argv.end(), args.begin(), args.end());
   std::vector<std::string> envp;
@@ -75,14 +74,13 @@ pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> arg
   }
 
   FileActions actions;
-  require(posix_spawn_file_actions_adddup2(&actions.value, stdinFD, STDIN_FILENO));
-  require(posix_spawn_file_actions_adddup2(&actions.value, stdoutFD, STDOUT_FILENO));
-  require(posix_spawn_file_actions_adddup2(&actions.value, stderrFD, STDERR_FILENO));
+  for (int fd = 0; const int stream : streams) {
+    require(posix_spawn_file_actions_adddup2(&actions.value, stream, fd++));
+  }
   SpawnAttributes attributes;
-  require(posix_spawnattr_setpgroup(&attributes.value, 0));
   restoreSigpipe(attributes.value);
   require(System::inheritOnlyStandardStreams(
-      attributes.value, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF, actions.value));
+      attributes.value, static_cast<short>(flags | POSIX_SPAWN_SETSIGDEF), actions.value));
 
   pid_t pid = -1;
   require(posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value, pointers(argv).data(),
@@ -90,11 +88,21 @@ pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> arg
   return pid;
 }
 
-int waitForEnd(pid_t child) {
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+}  // namespace
+
+pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> args,
+                       const Environment& environment, int stdinFD, int stdoutFD, int stderrFD) {
+  return spawn(path, args, environment, {stdinFD, stdoutFD, stderrFD}, POSIX_SPAWN_SETPGROUP);
+}
+
+pid_t spawnInOurGroup(const std::string& path, std::span<const std::string> args,
+                      const Environment& environment, int stdinFD, int stdoutFD, int stderrFD) {
+  return spawn(path, args, environment, {stdinFD, stdoutFD, stderrFD}, 0);
+}
+
+void reap(pid_t child) {
+  while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
   }
-  return status;
 }
 
 }  // namespace tervain

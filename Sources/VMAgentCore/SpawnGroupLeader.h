@@ -15,7 +15,11 @@ namespace tervain {
 pid_t spawnGroupLeader(const std::string& path, std::span<const std::string> args,
                        const Environment& environment, int stdinFD, int stdoutFD, int stderrFD);
 
-/// Waits for a child to end, and reaps it. Gives its wait status.
-int waitForEnd(pid_t child);
+/// The same for a program that stays in our process group, so that it may read from our terminal.
+pid_t spawnInOurGroup(const std::string& path, std::span<const std::string> args,
+                      const Environment& environment, int stdinFD, int stdoutFD, int stderrFD);
+
+/// Waits for a child to end, and reaps it.
+void reap(pid_t child);
 
 }  // namespace tervain

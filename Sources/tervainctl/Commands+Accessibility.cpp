@@ -6,14 +6,11 @@ namespace {
 
 /// Prints the reply's element under this key as an outline, or the reply as it is.
 int show(AgentConnection& connection, const Call& call, const char* key) {
-  const auto reply = ask(connection, requestOf(call.command, call.arguments));
-  if (!reply) {
-    return failed;
-  }
-  const auto node = reply->find(key);
-  const Element element = elementOf(node == reply->end() ? Json() : *node);
-  print(given(call, "json") ? reply->dump() + "\n" : outline(element));
-  if (truthy(*reply, "truncated")) {
+  const Json reply = ask(connection, call);
+  const auto node = reply.find(key);
+  const Element element = elementOf(node == reply.end() ? Json() : *node);
+  print(given(call, "json") ? reply.dump() + "\n" : outline(element));
+  if (truthy(reply, "truncated")) {
     remark("there are more elements than the agent shows at once; try a smaller --depth");
   }
   return 0;

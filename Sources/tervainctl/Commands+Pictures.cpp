@@ -3,7 +3,6 @@
 
 #include "VMAgentClient/Elements.h"
 #include "VMAgentClient/Inspection.h"
-#include "VMAgentClient/Refusal.h"
 #include "VMAgentClient/Screenshot.h"
 #include "VMAgentCore/IO.h"
 #include "tervainctl/Commands.h"
@@ -51,8 +50,7 @@ int takeScreenshot(AgentConnection& connection, const Call& call) {
     complain("a terminal can't show the picture; give -o FILE, or redirect standard output");
     return badUsage;
   }
-  const Json reply = successOf(connection, requestOf(call.command, call.arguments));
-  const Screenshot picture = screenshotOf(reply, wishOf(call));
+  const Screenshot picture = screenshotOf(ask(connection, call), wishOf(call));
   if (path) {
     writeFile(*path, picture.jpeg);
   } else {
@@ -65,8 +63,7 @@ int takeScreenshot(AgentConnection& connection, const Call& call) {
 
 int inspect(AgentConnection& connection, const Call& call) {
   const ElementTree tree = dump(connection, scopeOf(call));
-  const Screenshot picture =
-      screenshotOf(successOf(connection, requestOf(call.command, call.arguments)));
+  const Screenshot picture = screenshotOf(ask(connection, call));
   const std::string path = call.arguments.at("output");
   writeFile(path, inspectionPage(tree, picture, prefixOf(call)));
   remark(std::to_string(countElements(tree.root)) + " elements of " + tree.app + " in " + path);

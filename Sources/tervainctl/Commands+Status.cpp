@@ -33,20 +33,14 @@ std::string describe(const Json& ping) {
 }  // namespace
 
 int showStatus(AgentConnection& connection, const Call& call) {
-  const auto reply = ask(connection, requestOf(call.command, call.arguments));
-  if (!reply) {
-    return failed;
-  }
-  print(given(call, "json") ? reply->dump() + "\n" : describe(*reply));
+  const Json reply = ask(connection, call);
+  print(given(call, "json") ? reply.dump() + "\n" : describe(reply));
   return 0;
 }
 
 int showPointer(AgentConnection& connection, const Call& call) {
-  const auto reply = ask(connection, requestOf(call.command, call.arguments));
-  if (!reply) {
-    return failed;
-  }
-  print(numberText(*reply, "x") + " " + numberText(*reply, "y") + "\n");
+  const Json reply = ask(connection, call);
+  print(numberText(reply, "x") + " " + numberText(reply, "y") + "\n");
   return 0;
 }
 

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "VMAgentClient/AgentNames.h"
+#include "VMAgentClient/Refusal.h"
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/IO.h"
 
@@ -89,22 +90,13 @@ std::optional<std::string> textArgument(const Call& call, std::string_view key) 
   return text ? std::optional(*text) : std::nullopt;
 }
 
-std::optional<Json> ask(AgentConnection& connection, const Json& request) {
-  Json reply = connection.request(request);
-  if (truthy(reply, "ok")) {
-    return reply;
-  }
-  const std::string* error = stringMember(reply, "error");
-  complain(error ? *error : "the agent refused, and gives no reason");
-  return std::nullopt;
+Json ask(AgentConnection& connection, const Call& call) {
+  return successOf(connection, requestOf(call.command, call.arguments));
 }
 
 int tell(AgentConnection& connection, const Json& request) {
-  const auto reply = ask(connection, request);
-  if (!reply) {
-    return failed;
-  }
-  if (const std::string* note = stringMember(*reply, "note")) {
+  const Json reply = successOf(connection, request);
+  if (const std::string* note = stringMember(reply, "note")) {
     remark(*note);
   }
   return 0;

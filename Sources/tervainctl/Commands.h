@@ -29,8 +29,8 @@ struct Call {
 };
 
 /// Does what a command is for, and returns its exit status. It may use the connection up. Throws
-/// what AgentConnection throws, OutputClosed, and NoSuchAgent or BadArgument for a call that makes
-/// no sense.
+/// what AgentConnection throws, Refusal, OutputClosed, and NoSuchAgent or BadArgument for a call
+/// that makes no sense.
 using Action = int (*)(AgentConnection& connection, const Call& call);
 
 /// The same for a command that makes its connections itself, if any: `call.agent` is not filled in.
@@ -83,11 +83,12 @@ bool given(const Call& call, std::string_view key);
 /// An argument that is a text; nothing when it was not given.
 std::optional<std::string> textArgument(const Call& call, std::string_view key);
 
-/// Sends a request and returns its reply, or prints the reply's error text if it is a failure.
-std::optional<Json> ask(AgentConnection& connection, const Json& request);
+/// Sends the request that a command with an `op` makes of its arguments, and returns its reply.
+/// Throws Refusal as well.
+Json ask(AgentConnection& connection, const Call& call);
 
 /// Sends a request that is answered by success alone, and returns the exit status. A note in the
-/// reply goes to standard error.
+/// reply goes to standard error. Throws Refusal as well.
 int tell(AgentConnection& connection, const Json& request);
 
 /// A member that is an integer, in decimal, or a question mark.

@@ -45,7 +45,8 @@ TEST_F(DesktopTest, TheEndOfTheAccessibilityBusIsToldAndItsReturnIsUsed) {
   EXPECT_TRUE(eventually(ready));
   const Program after({"zenity", "--entry"});
   EXPECT_TRUE(awaitNode(host_, after, "AXButton", "OK").is_object());
-  EXPECT_TRUE(agent_.footprint().within(footprint)) << testing::PrintToString(agent_.footprint());
+  EXPECT_TRUE(eventually([&] { return agent_.footprint().within(footprint); }))
+      << testing::PrintToString(agent_.footprint());
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ class DesktopTest : public testing::Test {
     return perform(host_, op, std::move(fields));
   }
 
-  AgentProcess agent_{{.environment = desktopEnvironment(), .prefix = {}}};
+  AgentProcess agent_{{.environment = desktopEnvironment()}};
   Peer host_ = agent_.connect();
 };
 

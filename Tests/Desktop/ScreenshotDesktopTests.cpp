@@ -69,7 +69,7 @@ Picture decode(const Json& reply) {
 }
 
 AgentProcess::Options onDisplay(const std::string& display) {
-  return {{{"DISPLAY", display}}, {}};
+  return {.environment = {{"DISPLAY", display}}};
 }
 
 std::string ownDisplay() {

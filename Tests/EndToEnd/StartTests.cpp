@@ -16,7 +16,7 @@ using test::Peer;
 using test::readExec;
 
 TEST(Start, ReportsItselfAndServesTheSocketItIsHanded) {
-  const AgentProcess agent({.environment = {{"TERVAIN_AGENT_PORT", "4242"}}, .prefix = {}});
+  const AgentProcess agent({.environment = {{"TERVAIN_AGENT_PORT", "4242"}}});
   const Json readiness = agent.connect().ask(R"({"op":"ping"})").at("readiness");
   EXPECT_TRUE(agent.log().starts_with(
       "[TervainVMAgent] TervainVMAgent protocol v2 starting on vsock port 4242\n"

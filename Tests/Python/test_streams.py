@@ -136,10 +136,10 @@ def test_connecting_ends_and_starts_anew(serve: Serve, tmp_path: Path) -> None:
                 tervain.Agent(f"unix:{tmp_path}/deaf", timeout=0.2).ping()
     answers: Iterator[list[bytes]] = iter([
         [b'{"ok":true,"x":1,"y":2}\n', b""], [], [b'{"ok":true,"x":3,"y":4}\n']])
-    with tervain.Agent(serve(lambda _: next(answers)), timeout=1) as agent:
+    with tervain.Agent(serve(lambda _: next(answers)), timeout=20) as agent:
         assert agent.cursor() == (1, 2)
         assert agent._session is not None
         assert select.select([agent._session.connection._socket], [], [], 20)[0]  # the agent goes
         with pytest.raises(TimeoutError):
-            agent.cursor()
+            agent.cursor(timeout=0.2)
         assert agent.cursor() == (3, 4)

@@ -372,8 +372,7 @@ class Soak {
   AgentProcess agent_{
       {.environment = {{"DISPLAY", variable("DISPLAY")},
                        {"DBUS_SESSION_BUS_ADDRESS", variable("DBUS_SESSION_BUS_ADDRESS")},
-                       {"XDG_RUNTIME_DIR", variable("XDG_RUNTIME_DIR")}},
-       .prefix = {}}};
+                       {"XDG_RUNTIME_DIR", variable("XDG_RUNTIME_DIR")}}}};
 };
 
 }  // namespace

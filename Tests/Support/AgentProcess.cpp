@@ -1,7 +1,5 @@
 #include "Support/AgentProcess.h"
 
-#include <sys/wait.h>
-
 #include <cstdlib>
 #include <ostream>
 
@@ -40,10 +38,6 @@ AgentProcess::AgentProcess(const Options& options) : socket_(dir_.path("agent.so
   // The socket may exist before the agent does; a reply shows that the agent serves it.
   connect().ask(R"({"op":"ping"})");
   eventually([this] { return log().find("host disconnected") != std::string::npos; });
-}
-
-bool AgentProcess::alive() const {
-  return waitpid(pid(), nullptr, WNOHANG) == 0;
 }
 
 void PrintTo(const Footprint& footprint, std::ostream* out) {

@@ -26,11 +26,12 @@ class AgentProcess {
  public:
   /// How the executable is started: these words come before its path.
   struct Options {
-    std::map<std::string, std::string> environment;
-    std::vector<std::string> prefix;
+    std::map<std::string, std::string> environment{};
+    std::vector<std::string> prefix{};
   };
 
-  explicit AgentProcess(const Options& options = {});
+  AgentProcess() : AgentProcess(Options{}) {}
+  explicit AgentProcess(const Options& options);
 
   [[nodiscard]] Peer connect() const {
     return vsockPort_ ? Peer::connect(*vsockPort_) : Peer::connect(socket_);
@@ -40,9 +41,6 @@ class AgentProcess {
 
   /// What the agent has logged so far.
   [[nodiscard]] std::string log() const { return program_->output(); }
-
-  /// Whether it is still running.
-  [[nodiscard]] bool alive() const;
 
   [[nodiscard]] Footprint footprint() const { return footprintOf(pid()); }
 

@@ -9,6 +9,7 @@
 #include "ScriptedPlatform/ScriptedCheckup.h"
 #include "ScriptedPlatform/ScriptedEvents.h"
 #include "ScriptedPlatform/ScriptedStatus.h"
+#include "Support/Deadline.h"
 #include "Support/TempDir.h"
 #include "TervainVMAgent/Checkup.h"
 
@@ -29,7 +30,7 @@ class CheckupTest : public testing::Test {
     settings_.shellPath = "/bin/sh";
     settings_.listen = [](std::uint32_t) { return -EADDRINUSE; };
     settings_.agentAnswers = [](std::uint32_t port) { return port == 2035; };
-    settings_.patience = std::chrono::milliseconds(500);
+    settings_.patience = test::patience;
     // The pointer goes where the last event sends it.
     test::scriptedEvents().onPost = [this](const std::string& line) {
       double x = 0;
@@ -84,7 +85,9 @@ TEST_F(CheckupTest, FindsWhatIsWrong) {
        "screen recording: not granted\npicture: not tried: the grant is missing\n"},
       {[this] { pointerMoves_ = false; }, "pointer: does not move\n"},
       {[] { scriptedStatus().pointer.reset(); }, "pointer: nobody tells where it is\n"},
-      {[] { scriptedStatus().postEvent = false; }, "input synthesis: not granted\n"},
+      {[] { scriptedStatus().postEvent = false; },
+       "input synthesis: not granted\nscreen recording: not granted\n"
+       "picture: not tried: the grant is missing\npointer: not tried: the grant is missing\n"},
       {[this] { settings_.shellPath = "/nowhere/dulk"; }, "shell: /nowhere/dulk is not there\n"},
       {[this] { settings_.shellPath = "/bin/false"; }, "shell: /bin/false exits 1 and says \"\"\n"},
       {[this] { settings_.port = 2036; },
@@ -95,31 +98,27 @@ TEST_F(CheckupTest, FindsWhatIsWrong) {
        "port: nobody listens on vsock port 2036\n"},
       {[this] { settings_.listen = [](std::uint32_t) { return -ENODEV; }; },
        "port: vsock port 2036 failed: No such device\n"},
+      {[] { scriptedStatus().displays.clear(); }, "displays: there is none\n"},
+      {[] { scriptedStatus().accessibility = false; }, "accessibility: not granted\n"},
   };
   for (const auto& [spoil, complaint] : cases) {
     spoil();
     EXPECT_NE(complaints().find(complaint), std::string::npos) << complaint << "\n" << complaints();
   }
-  scriptedStatus().displays.clear();
-  scriptedStatus().accessibility = false;
-  EXPECT_EQ(complaints(),
-            "session: none\ndisplays: there is none\naccessibility: not granted\n"
-            "input synthesis: not granted\nscreen recording: not granted\n"
-            "picture: not tried: the grant is missing\n"
-            "pointer: not tried: the grant is missing\n"
-            "shell: /bin/false exits 1 and says \"\"\n"
-            "port: vsock port 2036 failed: No such device\n");
 }
 
 TEST_F(CheckupTest, WaitsForNothingForGood) {
-  const test::TempDir dir;
-  dir.write("hangs", "#!/bin/sh\nsleep 60\n");
-  settings_.shellPath = dir.path("hangs");
-  std::filesystem::permissions(settings_.shellPath, std::filesystem::perms::owner_all);
+  settings_.patience = std::chrono::milliseconds(200);
   auto release = std::make_shared<std::latch>(1);
   capture_.beforeAnswer = [release] { release->wait(); };
-  EXPECT_EQ(complaints(),
-            "picture: none in time\nshell: " + settings_.shellPath + " does not come to an end\n");
+  for (const char* script : {"#!/bin/sh\nsleep 60\n", "#!/bin/sh\nexec >&- 2>&-; sleep 60\n"}) {
+    const test::TempDir dir;
+    dir.write("hangs", script);
+    settings_.shellPath = dir.path("hangs");
+    std::filesystem::permissions(settings_.shellPath, std::filesystem::perms::owner_all);
+    EXPECT_EQ(complaints(), "picture: none in time\nshell: " + settings_.shellPath +
+                                " does not come to an end\n");
+  }
   release->count_down();
 }
 

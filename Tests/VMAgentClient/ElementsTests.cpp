@@ -50,7 +50,7 @@ TEST(Elements, WaitsUntilSomethingIsThereOrGone) {
     Replies agent(c.replies);
     const auto awaited =
         waitForElement(agent.connection, {}, {.title = "ok"}, c.until,
-                       after(c.happens ? test::patience : std::chrono::milliseconds(250)));
+                       after(c.happens ? test::patience : std::chrono::seconds(1)));
     EXPECT_EQ(awaited.happened, c.happens) << c.remark;
     EXPECT_EQ(awaited.remark, c.remark);
     EXPECT_EQ(awaited.matches.size(), c.matches) << c.remark;

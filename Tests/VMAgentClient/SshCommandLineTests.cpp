@@ -59,7 +59,9 @@ TEST(GuestTerminal, GreetingAndEscapesAreNobodysBusiness) {
   EXPECT_EQ(greeting.take("first\r\nma"), "");
   EXPECT_EQ(greeting.take("rk /dev/pts/3\r\nand"), "first\r\nand");
   EXPECT_EQ(greeting.path(), "/dev/pts/3");
-  EXPECT_EQ(greeting.take("mark x\n"), "mark x\n");
+  EXPECT_EQ(greeting.take("mark x\n") + greeting.rest(), "mark x\n");
+  const std::string endless(65'537, '-');
+  EXPECT_EQ(GuestTerminal::Greeting("mark").take(endless), endless);
 
   GuestTerminal::Escape escape;
   EXPECT_EQ(escape.take("~"), "");

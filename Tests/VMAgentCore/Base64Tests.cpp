@@ -23,6 +23,13 @@ TEST(Base64, EncodesWithPaddingAndEscapedSlashes) {
         std::pair("\xfb\xef\xbe", "++++")}) {
     EXPECT_EQ(encoded(bytes), text);
   }
+  constexpr std::string_view allDigits(
+      "\x00\x10\x83\x10\x51\x87\x20\x92\x8b\x30\xd3\x8f\x41\x14\x93\x51"
+      "\x55\x97\x61\x96\x9b\x71\xd7\x9f\x82\x18\xa3\x92\x59\xa7\xa2\x9a"
+      "\xab\xb2\xdb\xaf\xc3\x1c\xb3\xd3\x5d\xb7\xe3\x9e\xbb\xf3\xdf\xbf",
+      48);
+  EXPECT_EQ(encoded(allDigits),
+            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+\\/");
 }
 
 TEST(Base64, RoundTripsEveryLengthAroundItsBlocks) {

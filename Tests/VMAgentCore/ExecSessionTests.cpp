@@ -2,7 +2,6 @@
 // program, in EndToEnd and by the conformance run.
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 
 #include <filesystem>
 
@@ -16,10 +15,8 @@ namespace {
 
 /// What the host hears of a session that ends by itself. `frames` came with the request.
 test::ExecResult run(const Json& request, const std::string& shell, std::string_view frames = "") {
-  int ends[2];
-  EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-  UniqueFD agent(ends[0]);
-  test::Peer host{UniqueFD(ends[1])};
+  auto [end, agent] = test::socketPair();
+  test::Peer host(std::move(end));
   LineSplitBuffer lines;
   lines.append(frames);
   ExecSession(agent.get(), std::move(lines), shell).run(request);

@@ -188,7 +188,7 @@ TEST(TervainctlTest, WhatDoesNotAnswerIsToldInTime) {
   } cases[]{
       {{TERVAINCTL_PATH, "--timeout", "0.2", "-a", "quiet", "ping"}, 124, "0.2 seconds"},
       {{TERVAINCTL_PATH, "--timeout", "0.2", "agents"}, 1, ""},
-      {{TERVAINCTL_PATH, "--timeout", "0.2", "-a", "unix:/none", "wait-ready"}, 124, "/none"},
+      {{TERVAINCTL_PATH, "--timeout", "2", "-a", "unix:/none", "wait-ready"}, 124, "/none"},
       {{TERVAINCTL_PATH, "-a", "nobody", "ping"}, 2, "no agent is called nobody"},
       {{TERVAINCTL_PATH, "-a", "unix:/none", "ping"}, 1, "No such file"},
       {{ssh, "-oConnectTimeout=1", "quiet", "true"}, 255, "does not answer"},

@@ -229,20 +229,25 @@ class Agent:
         selector.says_something()
         deadline = self._deadline(timeout)
         shown = False
+        failure: TimeoutError | None = None
         while True:
             started = time.monotonic()
-            found, limits = self._look(selector, pid, deadline)
+            try:
+                found, limits = self._look(selector, pid, deadline)
+            except TimeoutError as error:
+                raise failure or error from None
             if found and not gone:
                 return selector.choose(found, found[0].origin)
             if gone and not found and (shown or not limits):
                 return None
             shown = shown or bool(found)
             took = time.monotonic() - started
+            state = "still there" if found else "not seen to be gone" if gone else "not there"
+            failure = TimeoutError(f"{selector} is {state} after {deadline.seconds:g} seconds"
+                                   + ("" if found else limits))
             left = deadline.remaining() - max(2 * took, _LOOK_TIME)
             if left <= 0:
-                state = "still there" if found else "not seen to be gone" if gone else "not there"
-                raise TimeoutError(f"{selector} is {state} after {deadline.seconds:g} seconds"
-                                   + ("" if found else limits))
+                raise failure
             time.sleep(min(max(took, _LOOK_INTERVAL), left))
 
     def _look(self, selector: Selector, pid: int | None,

@@ -34,7 +34,8 @@ class Frame(NamedTuple):
 
 class Selector(NamedTuple):
     """Says which elements are meant. Text that is given must be a part of the element's, whatever
-    the case; all of it and in the same case with `exact`."""
+    the case; all of it and in the same case with `exact`. A role is looked for in the role, in the
+    subrole, and in the two as outlines have them."""
 
     role: str | None = None
     title: str | None = None
@@ -42,7 +43,11 @@ class Selector(NamedTuple):
     exact: bool = False
 
     def fits(self, element: Element) -> bool:
-        return (self._fits(self.role, element.role) and self._fits(self.title, element.title)
+        roles = [element.role]
+        if element.subrole:
+            roles += [element.subrole, f"{element.role}/{element.subrole}"]
+        return (any(self._fits(self.role, role) for role in roles)
+                and self._fits(self.title, element.title)
                 and self._fits(self.value, element.value or ""))
 
     def _fits(self, wanted: str | None, text: str) -> bool:

@@ -75,7 +75,7 @@ def member(message: Object, key: str, kind: type[T], default: T | None = None) -
     value: object = message.get(key)
     if value is None and default is not None:
         return default
-    if kind is int and isinstance(value, float) and math.isfinite(value):
+    if kind is int and isinstance(value, float) and value.is_integer():
         value = int(value)
     elif kind is float and type(value) is int:
         value = float(value)

@@ -19,6 +19,7 @@
 #include "Platform/Linux/X11/Session.h"
 #include "Platform/Linux/X11/Windows.h"
 #include "VMAgentCore/AgentError.h"
+#include "VMAgentCore/OwnPath.h"
 #include "VMAgentCore/ResultBox.h"
 #include "VMAgentCore/RunProgram.h"
 
@@ -103,9 +104,7 @@ std::optional<Finding> examineSocket() {
 }
 
 Finding examineHelper() {
-  std::error_code failed;
-  const auto helper =
-      std::filesystem::read_symlink("/proc/self/exe", failed).parent_path() / "tervain-open";
+  const auto helper = std::filesystem::path(ownPath()).parent_path() / "tervain-open";
   return access(helper.c_str(), X_OK) == 0
              ? fine("launch helper", helper.string())
              : wrong("launch helper", helper.string() + " is not there",

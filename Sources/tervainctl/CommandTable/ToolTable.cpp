@@ -45,6 +45,9 @@ constexpr Option named(Option option, std::string_view key) {
   return option;
 }
 
+constexpr std::array rectangle{Part{"x"}, Part{"y"}, Part{"width"}, Part{"height"}};
+constexpr auto point = std::span(rectangle).first<2>();
+
 constexpr std::array json{"json"sv};
 
 constexpr std::array wait{Option{.key = "timeout",
@@ -61,18 +64,16 @@ constexpr std::array setValue{
 
 constexpr std::array click{aimingRef, aiming(x), aiming(y)};
 constexpr std::array move{x, y};
-constexpr std::array fromParts{Part{"x"}, Part{"y"}};
 constexpr std::array drag{
     Option{.key = "from",
            .kind = Kind::integers,
            .help = "The point to start at, likewise (default: where the pointer is)",
-           .parts = fromParts},
+           .parts = point},
     named(x, "toX"), named(y, "toY")};
 constexpr std::array type{
     Option{.key = "text", .help = "The text", .required = true, .member = "text"}};
 
 constexpr std::array withoutFile{"output"sv, "points"sv, "quality"sv};
-constexpr std::array regionParts{Part{"x"}, Part{"y"}, Part{"width"}, Part{"height"}};
 constexpr std::array screenshot{
     Option{.key = "display",
            .kind = Kind::integer,
@@ -82,7 +83,7 @@ constexpr std::array screenshot{
            .kind = Kind::integers,
            .help = "Only this part, in pixels of the last screenshot; in points if there was none. "
                    "Of another display than the main one: in its points",
-           .parts = regionParts},
+           .parts = rectangle},
     Option{.key = "max",
            .kind = Kind::integer,
            .help = "At most so many pixels wide and high (default: 1280)",

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "VMAgentCore/AgentError.h"
+#include "VMAgentCore/System.h"
 
 namespace tervain::mcp {
 
@@ -50,7 +51,7 @@ bool Interruption::interrupted() const {
 Alarm::Alarm(Deadline moment, std::function<void()> ring)
     : thread_([this, moment, ring = std::move(ring)] {
         std::unique_lock lock(mutex_);
-        if (!changed_.wait_until(lock, moment, [this] { return done_; })) {
+        if (!System::waitUntil(changed_, lock, moment, [this] { return done_; })) {
           rang_ = true;
           ring();
         }

@@ -88,8 +88,7 @@ std::string caption(std::int64_t display, const Screenshot& picture) {
   }
   return "This picture of display " + std::to_string(display) + " is " + size +
          " pixels. Where on the desktop it lies is not known, so coordinates stay those of the "
-         "last "
-         "picture of the main display.";
+         "last picture of the main display.";
 }
 
 }  // namespace

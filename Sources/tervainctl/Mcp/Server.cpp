@@ -112,8 +112,12 @@ void Server::runCall(const Request& request, const ctl::Command& tool, Interrupt
     const std::lock_guard lock(callsMutex_);
     calls_.erase(request.id);
   }
-  if (!interruption.interrupted()) {
+  if (interruption.interrupted()) {
+    return;
+  }
+  try {
     answer(request, std::move(result));
+  } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): the host reads no more
   }
 }
 

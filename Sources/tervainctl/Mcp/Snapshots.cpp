@@ -3,6 +3,8 @@
 #include <charconv>
 #include <optional>
 
+#include "VMAgentCore/System.h"
+
 namespace tervain::mcp {
 namespace {
 
@@ -32,7 +34,7 @@ void number(Element& element, std::uint64_t& next) {
 
 Turn::Turn(Look& look, Deadline deadline) : look_(look) {
   std::unique_lock lock(look_.mutex_);
-  has_ = look_.free_.wait_until(lock, deadline, [this] { return !look_.taken_; });
+  has_ = System::waitUntil(look_.free_, lock, deadline, [this] { return !look_.taken_; });
   look_.taken_ = true;
 }
 

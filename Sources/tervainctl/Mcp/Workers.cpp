@@ -2,6 +2,8 @@
 
 #include <system_error>
 
+#include "VMAgentCore/System.h"
+
 namespace tervain::mcp {
 
 Workers::~Workers() {
@@ -36,7 +38,7 @@ bool Workers::submit(std::function<void()> job) {
 
 bool Workers::waitUntilIdle(Deadline deadline) {
   std::unique_lock lock(mutex_);
-  return idle_.wait_until(lock, deadline, [this] { return busy_ == 0 && jobs_.empty(); });
+  return System::waitUntil(idle_, lock, deadline, [this] { return busy_ == 0 && jobs_.empty(); });
 }
 
 void Workers::work() {

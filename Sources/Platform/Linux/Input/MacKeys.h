@@ -20,8 +20,7 @@ struct KeySymbols {
 std::optional<KeySymbols> symbolsOfMacKey(std::uint16_t keyCode);
 
 /// The key symbol that types a Unicode character; for a control character the key that does what it
-/// stands for, as Return for a line feed.
-/// Nothing for one that no key types.
+/// stands for, as Return for a line feed. Nothing for one that no key types.
 std::optional<xcb_keysym_t> symbolOfCharacter(char32_t character);
 
 }  // namespace tervain::Linux::X11

@@ -1,8 +1,3 @@
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -10,9 +5,8 @@
 #include "Platform/Linux/Launch/OpenStatus.h"
 #include "Platform/Workspace.h"
 #include "VMAgentCore/AgentError.h"
-#include "VMAgentCore/IO.h"
-#include "VMAgentCore/SpawnGroupLeader.h"
-#include "VMAgentCore/System.h"
+#include "VMAgentCore/OwnPath.h"
+#include "VMAgentCore/RunProgram.h"
 
 namespace tervain::Platform {
 
@@ -20,47 +14,24 @@ using namespace Linux;
 
 namespace {
 
-/// How much of what the command says is kept, in bytes: it says why it could not open something.
-constexpr std::size_t maxWords = 65'536;
-
-/// How the command that opens applications ended.
-struct Ended {
-  int status;         ///< as waitpid gives it
-  std::string words;  ///< what it wrote to its standard output
-};
-
-/// The command that opens applications, "tervain-open". It has all that launching needs and the
-/// agent should not carry for good, and its end leaves what it launched to the system. It is
-/// installed beside the agent.
-std::string openCommand() {
-  return (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "tervain-open").string();
+/// Runs the command that opens applications to its end, and gives what it wrote to its standard
+/// output. Nothing when it was still at work at the deadline and was ended.
+///
+/// "tervain-open" has all that launching needs and the agent should not carry for good, and its end
+/// leaves what it launched to the system. It is installed beside the agent.
+std::optional<ProgramResult> runOpen(const std::vector<std::string>& arguments, Deadline deadline) {
+  const auto command = std::filesystem::path(ownPath()).parent_path() / "tervain-open";
+  return runProgram(command.string(), arguments, processEnvironment(), deadline,
+                    ProgramErrors::passedOn);
 }
 
-/// Runs the command to its end. Nothing when it was still at work at the deadline and was ended.
-std::optional<Ended> runOpen(const std::vector<std::string>& arguments, Deadline deadline) {
-  const UniqueFD null(open("/dev/null", O_RDWR | O_CLOEXEC));
-  System::Pipe pipe = System::makePipe();
-  const pid_t child = spawnGroupLeader(openCommand(), arguments, processEnvironment(), null.get(),
-                                       pipe.writeEnd.get(), STDERR_FILENO);
-  pipe.writeEnd.reset();
-  Ended ended{0, {}};
-  const bool inTime = readToEnd(pipe.readEnd.get(), ended.words, maxWords, deadline);
-  if (!inTime) {
-    kill(child, SIGKILL);
-  }
-  ended.status = waitForEnd(child);
-  return inTime ? std::optional(std::move(ended)) : std::nullopt;
+LaunchError describeFailure(const ProgramResult& ended) {
+  return {ended.output.empty() ? "tervain-open ended with status " + std::to_string(ended.status)
+                               : ended.output};
 }
 
-LaunchError describeFailure(const Ended& ended) {
-  if (!ended.words.empty()) {
-    return {ended.words};
-  }
-  return {"tervain-open ended with wait status " + std::to_string(ended.status)};
-}
-
-bool exitedWith(const Ended& ended, OpenStatus status) {
-  return WIFEXITED(ended.status) && WEXITSTATUS(ended.status) == static_cast<int>(status);
+bool exitedWith(const ProgramResult& ended, OpenStatus status) {
+  return ended.status == static_cast<int>(status);
 }
 
 }  // namespace
