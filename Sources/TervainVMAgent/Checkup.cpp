@@ -26,6 +26,7 @@
 #include "TervainVMAgent/InheritedListener.h"
 #include "TervainVMAgent/StartUp.h"
 #include "VMAgentCore/AgentError.h"
+#include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/IO.h"
 #include "VMAgentCore/NeverDestroyed.h"
 #include "VMAgentCore/RunProgram.h"
@@ -50,9 +51,8 @@ Finding untried(std::string_view subject, std::string why) {
 
 Finding displays() {
   constexpr std::string_view subject = "displays";
-  constexpr std::size_t most = 8;
   std::string sizes;
-  for (const Platform::Display& display : Platform::activeDisplays(most)) {
+  for (const Platform::Display& display : Platform::activeDisplays(AgentWire::maxDisplays)) {
     sizes.append(sizes.empty() ? "" : ", ").append(std::to_string(display.width));
     sizes.append("x").append(std::to_string(display.height));
   }

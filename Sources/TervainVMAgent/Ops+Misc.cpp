@@ -11,9 +11,6 @@
 namespace tervain {
 namespace {
 
-/// How many displays a ping reports at the most.
-constexpr std::size_t maxDisplays = 8;
-
 Json describeDisplay(const Platform::Display& display) {
   return {{"id", display.id},
           {"width", display.width},
@@ -25,7 +22,7 @@ Json describeDisplay(const Platform::Display& display) {
 
 Reply ConnectionHandler::opPing() {
   Json displays = Json::array();
-  for (const Platform::Display& display : Platform::activeDisplays(maxDisplays)) {
+  for (const Platform::Display& display : Platform::activeDisplays(AgentWire::maxDisplays)) {
     displays.push_back(describeDisplay(display));
   }
   // Member by member: an initializer list would first make an array of each pair.

@@ -11,10 +11,6 @@ namespace {
 /// How many of the elements that fit are listed.
 constexpr std::size_t mostListed = 20;
 
-std::string quoted(const std::string& text) {
-  return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 /// A selector ready to be compared.
 class Filter {
  public:
@@ -70,7 +66,10 @@ std::string toString(const Selector& selector) {
   std::string text;
   const auto add = [&](const char* name, const std::optional<std::string>& part) {
     if (part) {
-      text.append(text.empty() ? "" : ", ").append(name).append(" ").append(quoted(*part));
+      text.append(text.empty() ? "" : ", ")
+          .append(name)
+          .append(" ")
+          .append(serializeLossily(*part));
     }
   };
   add("role", selector.role);

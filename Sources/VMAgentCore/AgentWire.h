@@ -16,6 +16,9 @@ inline constexpr int version = 2;
 /// The longest run of bytes without a line feed that the agent holds for a connection (4 MiB).
 inline constexpr std::size_t maxPendingBytes = 4'194'304;
 
+/// How many displays a ping reports at the most.
+inline constexpr std::size_t maxDisplays = 8;
+
 /// Names of the exec operation: its request, and the frames that follow it in both directions.
 namespace Exec {
 inline constexpr std::string_view op = "exec";

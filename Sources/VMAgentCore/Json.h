@@ -41,6 +41,12 @@ std::optional<Json> parseMembers(std::string_view text, std::span<const std::str
 /// A number that is none is null.
 std::optional<std::string> serialize(const Json& value);
 
+/// The compact JSON text of a value, "/" as it is, and U+FFFD for what is not UTF-8 in a string.
+std::string serializeLossily(const Json& value);
+
+/// The text with U+FFFD for what is not UTF-8.
+std::string utf8Of(std::string_view bytes);
+
 // How members of a request are read. This is the one place that decides what counts as what.
 
 /// A member that is a string. Null when it is missing or anything else. The object owns it.

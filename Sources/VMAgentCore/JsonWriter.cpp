@@ -167,4 +167,12 @@ std::optional<std::string> serialize(const Json& value) {
   return writer.value(value) ? std::optional(writer.take()) : std::nullopt;
 }
 
+std::string serializeLossily(const Json& value) {
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string utf8Of(std::string_view bytes) {
+  return Json::parse(serializeLossily(bytes)).get<std::string>();
+}
+
 }  // namespace tervain

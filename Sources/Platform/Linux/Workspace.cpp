@@ -41,8 +41,7 @@ std::string readableName(std::string_view bytes) {
       break;
     }
   }
-  const std::string quoted = Json(bytes).dump(-1, ' ', false, Json::error_handler_t::replace);
-  return Json::parse(quoted).get<std::string>();
+  return utf8Of(bytes);
 }
 
 /// The name of a process's program. Nothing once it has ended, even while nobody has reaped it.

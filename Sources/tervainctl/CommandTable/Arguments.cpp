@@ -117,7 +117,7 @@ void checkParts(const Option& option, const Json& value) {
 void checkType(const Option& option, const Json& value) {
   const auto want = [&](bool right, const char* kind) {
     if (!right) {
-      refuse(option, value.dump(-1, ' ', false, Json::error_handler_t::replace), kind);
+      refuse(option, serializeLossily(value), kind);
     }
   };
   switch (option.kind) {

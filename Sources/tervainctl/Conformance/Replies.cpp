@@ -24,7 +24,7 @@ std::string shown(const Json& value) {
   if (value.is_null()) {
     return "nothing";
   }
-  std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
+  std::string text = serializeLossily(value);
   if (text.size() > shownBytes) {
     text.resize(shownBytes);
     text += "...";

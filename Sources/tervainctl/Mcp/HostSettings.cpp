@@ -39,7 +39,7 @@ constexpr const char* serverName = "tervain";
 
 /// A text as JSON, TOML and YAML alike write it.
 std::string quoted(const std::string& text) {
-  return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+  return serializeLossily(text);
 }
 
 using Words = std::vector<std::string>;

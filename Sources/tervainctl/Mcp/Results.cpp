@@ -3,6 +3,7 @@
 #include "VMAgentClient/ProtocolError.h"
 #include "VMAgentClient/Refusal.h"
 #include "VMAgentCore/AgentError.h"
+#include "VMAgentCore/Json.h"
 #include "tervainctl/CommandTable/Arguments.h"
 #include "tervainctl/Mcp/Texts.h"
 

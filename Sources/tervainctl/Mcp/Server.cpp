@@ -126,7 +126,7 @@ void Server::answer(const Request& request, Json result, Keep keep) {
 }
 
 void Server::write(const Json& message) {
-  const std::string line = message.dump(-1, ' ', false, Json::error_handler_t::replace);
+  const std::string line = serializeLossily(message);
   const std::lock_guard lock(outputMutex_);
   output_(line);
 }

@@ -92,7 +92,7 @@ Seen Snapshots::find(const std::string& ref) {
     }
   }
   const bool old = wanted && *wanted > 0 && *wanted < next_;
-  throw BadRef("the ref " + Json(ref).dump(-1, ' ', false, Json::error_handler_t::replace) +
+  throw BadRef("the ref " + serializeLossily(ref) +
                (old ? " is of an older snapshot than the last eight"
                     : " was never given: it is no ref of a snapshot") +
                "; take a new snapshot and use its refs");

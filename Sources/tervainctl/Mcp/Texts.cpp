@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "VMAgentCore/Json.h"
+
 namespace tervain::mcp {
 namespace {
 
@@ -32,11 +34,6 @@ void shorten(std::optional<std::string>& text) {
 }
 
 }  // namespace
-
-std::string utf8Of(std::string_view bytes) {
-  const std::string quoted = Json(bytes).dump(-1, ' ', false, Json::error_handler_t::replace);
-  return Json::parse(quoted).get<std::string>();
-}
 
 std::string cutLines(std::string text, std::size_t most, const std::string& advice) {
   if (text.size() <= most) {

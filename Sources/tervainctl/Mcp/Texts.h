@@ -12,9 +12,6 @@ namespace tervain::mcp {
 /// The most bytes of a result's text. Hosts refuse results beyond 25,000 tokens.
 inline constexpr std::size_t mostText = 60'000;
 
-/// The text with what is not UTF-8 replaced.
-std::string utf8Of(std::string_view bytes);
-
 /// The text cut behind a whole line, with a last line that says so if it was.
 std::string cutLines(std::string text, std::size_t most, const std::string& advice);
 
