@@ -121,7 +121,8 @@ class Connection {
 
   /// A connection straight to an application, past the bus, which nearly halves what a call costs.
   /// It has several lanes: a turn of the application's main loop, which costs about as much as an
-  /// answer, serves one question of each. Null when the application does not accept it in time.
+  /// answer, serves one question of each, and we are woken once for all of them. Null when the
+  /// application does not accept it in time.
   static std::unique_ptr<Connection> toApplication(const std::string& address, std::size_t lanes,
                                                    std::chrono::milliseconds limit);
 
