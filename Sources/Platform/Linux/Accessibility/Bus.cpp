@@ -247,6 +247,13 @@ bool Connection::usable() const {
   return !broken_ && isOpen();
 }
 
+bool Connection::isReusable() {
+  for (const Bus& bus : buses_) {
+    handleArrived(bus.get(), Clock::now());  // its end, among other things
+  }
+  return !late_ && usable();
+}
+
 bool Connection::isOpen() const {
   return std::all_of(buses_.begin(), buses_.end(),
                      [](const Bus& bus) { return sd_bus_is_open(bus.get()) > 0; });
@@ -305,9 +312,11 @@ Answer Connection::askNow(Message call, std::chrono::milliseconds silence, Deadl
 Outcome Connection::run(std::chrono::milliseconds silence, Deadline deadline) {
   try {
     const Outcome outcome = work(silence, deadline);
+    late_ = late_ || !sent_.empty();
     giveUp(outcome);
     return outcome;
   } catch (...) {
+    late_ = true;
     // The handlers may refer to what is about to be unwound.
     queued_.clear();
     sent_.clear();

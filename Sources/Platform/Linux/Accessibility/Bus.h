@@ -130,6 +130,10 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
   ~Connection();
 
+  /// Whether a connection that was kept unused can be used again, by whichever thread: not when the
+  /// other side has gone, or may still answer what was given up.
+  bool isReusable();
+
   // Messages to be sent. A null message stands for one that could not be made.
   [[nodiscard]] Message method(const Object& object, const char* interface,
                                const char* member) const;
@@ -200,6 +204,7 @@ class Connection {
   Calls sent_;
   Calls replied_;
   bool broken_ = false;
+  bool late_ = false;  // something was given up that may still be answered
 };
 
 }  // namespace tervain::Linux::AccessibilityBus

@@ -62,7 +62,7 @@ struct AXReader::State {
     }
     const AXElement::Handle& handle = root.handle();
     if (connection_ && handle.toolkit == Toolkit::gtk3) {
-      straight_ = straightTo(*connection_, handle.object, handle.timeout);
+      straight_ = straightTo(*connection_, handle);
       connection_ = straight_ ? straight_.get() : connection_;
     }
     Node& node = add(root, nullptr, {});
@@ -321,7 +321,7 @@ struct AXReader::State {
     return placementOf(read, windowShowing(read, windows));
   }
 
-  std::unique_ptr<Connection> straight_;
+  StraightConnection straight_;
   Connection* connection_;
   std::optional<AXWalk> walk_;
   std::unordered_map<const AXElement::Handle*, std::unique_ptr<Node>> nodes_;
