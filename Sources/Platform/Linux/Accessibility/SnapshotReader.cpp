@@ -353,6 +353,11 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void askForActions() {
+    if (snapshot_.toolkit == Toolkit::qt) {  // which translates none
+      ask(Atspi::getActions,
+          [this](std::vector<Atspi::Action> actions) { snapshot_.actions = std::move(actions); });
+      return;
+    }
     const bool isGtk4 = snapshot_.toolkit == Toolkit::gtk4;
     if (!isGtk4 && (snapshot_.toolkit != Toolkit::gtk3 || !request_.learned)) {
       ask(Atspi::getActionCount, [this](int count) {
