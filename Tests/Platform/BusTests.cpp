@@ -45,6 +45,13 @@ void askOn(Connection& connection) {
   });
 }
 
+/// So many that there is nearly always an answer.
+void askOnMany(Connection& connection) {
+  for (int i = 0; i < 64; ++i) {
+    askOn(connection);
+  }
+}
+
 TEST(AccessibilityBus, EndsItsWaitsWhateverAnApplicationSends) {
   std::signal(SIGPIPE, SIG_IGN);
   const std::tuple<sd_bus_message_handler_t, std::chrono::milliseconds, std::chrono::milliseconds>
@@ -53,10 +60,7 @@ TEST(AccessibilityBus, EndsItsWaitsWhateverAnApplicationSends) {
     const test::BusApplication application(behaviour);
     const auto connection = application.connect();
     ASSERT_TRUE(connection && connection->isReusable());
-    constexpr int many = 64;  // so that there is nearly always an answer
-    for (int i = 0; i < many; ++i) {
-      askOn(*connection);
-    }
+    askOnMany(*connection);
     const auto start = Clock::now();
     EXPECT_EQ(connection->run(silence, start + limit), Outcome::timedOut);
     EXPECT_LT(Clock::now() - start, test::patience);
