@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <optional>
 
 #include "Desktop/Desktop.h"
 
@@ -24,8 +25,8 @@ pid_t desktopLauncher() {
 
 TEST_F(DesktopTest, TheEndOfTheAccessibilityBusIsToldAndItsReturnIsUsed) {
   const auto ready = [&] { return perform("ping")["readiness"]["accessibility"] == true; };
-  const Program before({"zenity", "--entry"});
-  ASSERT_TRUE(awaitNode(host_, before, "AXButton", "OK").is_object());
+  std::optional<Program> before(std::in_place, std::vector<std::string>{"zenity", "--entry"});
+  ASSERT_TRUE(awaitNode(host_, *before, "AXButton", "OK").is_object());
   const auto footprint = agent_.footprint();
   const pid_t pid = desktopLauncher();
   ASSERT_GT(pid, 0);
@@ -43,6 +44,7 @@ TEST_F(DesktopTest, TheEndOfTheAccessibilityBusIsToldAndItsReturnIsUsed) {
 
   const Program again({launcher, "--launch-immediately", "--a11y=1"});
   EXPECT_TRUE(eventually(ready));
+  before.reset();  // and with it the connection to it
   const Program after({"zenity", "--entry"});
   EXPECT_TRUE(awaitNode(host_, after, "AXButton", "OK").is_object());
   EXPECT_TRUE(eventually([&] { return agent_.footprint().within(footprint); }))

@@ -34,6 +34,7 @@ int listener() {
 /// What honest applications answer to methods, and what properties hold.
 std::string honestTypes(const std::string& name) {
   static const std::map<std::string, std::vector<const char*>> names{
+      {"a((so)(so)(so)iiassusau)", {"GetItems"}},
       {"a(so)", {"GetChildren"}},
       {"a(sss)", {"GetActions"}},
       {"as", {"GetInterfaces"}},

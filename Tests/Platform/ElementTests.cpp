@@ -52,6 +52,18 @@ class Application {
     return readSnapshotNow(*connection_, element, {.maxChildren = 48, .parentRole = {}}).value;
   }
 
+  /// The same in GTK 4, after the application was asked about all its elements.
+  SnapshotReply readKnown() {
+    Learned learned;
+    learned.items =
+        connection_->askNow(Atspi::getItems(*connection_, {"a.b", "/"}), test::patience).value;
+    const Platform::AXElement::Handle element{
+        {"a.b", "/x"}, 1, Toolkit::gtk4, test::patience, "/w"};
+    return readSnapshotNow(
+        *connection_, element,
+        {.maxChildren = 48, .parentRole = {}, .atOnce = false, .learned = &learned});
+  }
+
  private:
   static int answer(sd_bus_message* question, void* objects, sd_bus_error* /*error*/) {
     std::string name = sd_bus_message_get_member(question);
@@ -98,6 +110,21 @@ TEST(Elements, ActionsHaveTheNamesThatNobodyTranslates) {
   Answers label = element(Role::label, "org.a11y.atspi.Action");
   label["GetActions"] = say("a(sss)", 1, "menu.popup", "", "");
   EXPECT_TRUE(Application({{"/x", label}}).read(Toolkit::gtk4).actionNames().empty());
+}
+
+TEST(Elements, WhatIsKnownOfAllIsNotAskedAgainUnlessTheyHaveGone) {
+  Answers button{{"GetExtents", say("(iiii)", 100, 100, 40, 20)}};
+  const auto items = say("a((so)(so)(so)iiassusau)", 1, "a.b", "/x", "a.b", "/", "a.b", "/", 0, 0,
+                         2, "org.a11y.atspi.Component", "org.a11y.atspi.Text", "Save",
+                         static_cast<std::uint32_t>(Role::pushButton), "", 2,
+                         1U << static_cast<unsigned>(State::showing), 0U);
+  button["GetItems"] = items;
+  const SnapshotReply known = Application({{"/x", button}}).readKnown();
+  EXPECT_TRUE(known && known.value.shows() && known.value.extents);
+  EXPECT_EQ(known.value.kind.role, Role::pushButton);
+  EXPECT_EQ(known.value.name, "Save");
+  EXPECT_TRUE(known.value.interfaces.has(Atspi::Interface::text));
+  EXPECT_FALSE(Application({{"/x", {{"GetItems", items}}}}).readKnown());
 }
 
 TEST(Elements, ValuesAreWhatTheirUserReads) {

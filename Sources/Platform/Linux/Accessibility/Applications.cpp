@@ -1,6 +1,12 @@
 #include "Platform/Linux/Accessibility/Applications.h"
 
+#include <algorithm>
+#include <mutex>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "VMAgentCore/NeverDestroyed.h"
 
 namespace tervain::Linux {
 
@@ -10,9 +16,60 @@ using AccessibilityBus::Reply;
 
 namespace {
 
-/// How many lanes a connection straight to an application has. Each more takes it nearly a
-/// millisecond to set up, and saves less than the one before.
-constexpr std::size_t lanes = 3;
+/// How many lanes a connection straight to an application has. Each more saves less than the one
+/// before.
+constexpr std::size_t lanes = 6;
+
+/// The connections straight to applications that nobody uses at the moment. GTK 3 never forgets one
+/// that was made, and every turn of its main loop takes longer for each: so whoever asks next uses
+/// the same.
+class IdleConnections {
+ public:
+  static IdleConnections& shared() {
+    static NeverDestroyed<IdleConnections> connections;
+    return *connections;
+  }
+
+  /// Makes room for all that are ever kept: giving one back must not fail.
+  IdleConnections() { idle_.reserve(maxIdle + 1); }
+
+  /// Null when there is none to that application.
+  std::unique_ptr<Connection> take(const BusAndProcess& application) {
+    const std::lock_guard lock(mutex_);
+    const auto found = std::find_if(idle_.begin(), idle_.end(), [&](const Idle& idle) {
+      return idle.application == application;
+    });
+    if (found == idle_.end()) {
+      return nullptr;
+    }
+    auto connection = std::move(found->connection);
+    idle_.erase(found);
+    return connection->isReusable() ? std::move(connection) : nullptr;
+  }
+
+  void giveBack(BusAndProcess application, std::unique_ptr<Connection> connection) {
+    const std::lock_guard lock(mutex_);
+    idle_.push_back({std::move(application), std::move(connection)});
+    idle_.erase(std::remove_if(idle_.begin(), idle_.end(),
+                               [](const Idle& idle) { return !idle.connection->isReusable(); }),
+                idle_.end());
+    if (idle_.size() > maxIdle) {
+      idle_.erase(idle_.begin());
+    }
+  }
+
+ private:
+  /// As many applications as are driven in turn; each costs a descriptor a lane.
+  static constexpr std::size_t maxIdle = 4;
+
+  struct Idle {
+    BusAndProcess application;
+    std::unique_ptr<Connection> connection;
+  };
+
+  std::mutex mutex_;
+  std::vector<Idle> idle_;  // the one longest unused first
+};
 
 Toolkit toolkitNamed(std::string_view name) {
   // GTK 4 writes its name in capitals, GTK 3 does not.
@@ -62,11 +119,22 @@ std::optional<Object> applicationOf(Connection& connection, pid_t pid,
   return latest.bus.empty() ? std::nullopt : std::optional(latest);
 }
 
-std::unique_ptr<Connection> straightTo(Connection& connection, const Object& application,
-                                       std::chrono::milliseconds silence) {
-  const auto address =
-      connection.askNow(Atspi::getApplicationBusAddress(connection, application), silence);
-  return address ? Connection::toApplication(address.value, lanes, silence) : nullptr;
+void GiveBack::operator()(Connection* connection) {
+  IdleConnections::shared().giveBack(std::move(application),
+                                     std::unique_ptr<Connection>(connection));
+}
+
+StraightConnection straightTo(Connection& connection,
+                              const Platform::AXElement::Handle& application) {
+  GiveBack giveBack{{application.object.bus, application.pid}};
+  auto straight = IdleConnections::shared().take(giveBack.application);
+  if (!straight) {
+    const auto address = connection.askNow(
+        Atspi::getApplicationBusAddress(connection, application.object), application.timeout);
+    straight =
+        address ? Connection::toApplication(address.value, lanes, application.timeout) : nullptr;
+  }
+  return {straight.release(), std::move(giveBack)};
 }
 
 }  // namespace tervain::Linux

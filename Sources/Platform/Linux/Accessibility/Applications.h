@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -49,9 +50,22 @@ namespace tervain::Linux {
 std::optional<AccessibilityBus::Object> applicationOf(AccessibilityBus::Connection& connection,
                                                       pid_t pid, std::chrono::milliseconds silence);
 
+/// An application, which a name alone does not tell from one on another bus.
+struct BusAndProcess {
+  std::string bus;
+  pid_t pid = 0;
+  bool operator==(const BusAndProcess&) const = default;
+};
+
+/// Keeps a connection for the next who asks the same application.
+struct GiveBack {
+  BusAndProcess application;
+  void operator()(AccessibilityBus::Connection* connection);
+};
+using StraightConnection = std::unique_ptr<AccessibilityBus::Connection, GiveBack>;
+
 /// A connection straight to an application, where it offers one: GTK 3 does. Null otherwise.
-std::unique_ptr<AccessibilityBus::Connection> straightTo(
-    AccessibilityBus::Connection& connection, const AccessibilityBus::Object& application,
-    std::chrono::milliseconds silence);
+StraightConnection straightTo(AccessibilityBus::Connection& connection,
+                              const Platform::AXElement::Handle& application);
 
 }  // namespace tervain::Linux

@@ -24,6 +24,9 @@ constexpr std::size_t maxName = 512;
 /// How many objects of a list are kept: an answer has room for millions.
 constexpr std::size_t maxObjects = 65'536;
 
+/// How many items are kept: several times as many as a walk visits.
+constexpr std::size_t maxItems = 4'096;
+
 /// How many actions are looked at, and how long the name of one may be. Applications that mean to
 /// be used stay far below.
 constexpr int maxActions = 256;
@@ -130,6 +133,7 @@ Interfaces readInterfaces(const Answer& answer) {
       interfaces.insert(known->first);
     }
   }
+  sd_bus_message_exit_container(message);
   return interfaces;
 }
 
@@ -170,6 +174,37 @@ Objects readObjects(const Answer& answer) {
     }
   }
   return objects;
+}
+
+/// Reads the rest of an item, but its path.
+Item readItem(const Answer& answer) {
+  Item item;
+  sd_bus_message* const message = answer.message.get();
+  sd_bus_message_skip(message, "(so)(so)i");  // the application, the parent, the index in it
+  item.childCount = answer.read<std::int32_t>('i').value_or(0);
+  item.interfaces = readInterfaces(answer);
+  item.name = answer.text();
+  item.role = readRole(answer);
+  sd_bus_message_skip(message, "s");  // the description
+  item.states = readStates(answer);
+  return item;
+}
+
+Items readItems(const Answer& answer) {
+  constexpr const char* types = "(so)(so)(so)iiassusau";
+  Items items;
+  sd_bus_message* const message = answer.message.get();
+  sd_bus_message_enter_container(message, 'a', "((so)(so)(so)iiassusau)");
+  while (items.size() < maxItems && sd_bus_message_enter_container(message, 'r', types) > 0) {
+    Object object;
+    readReference(answer, object);
+    Item item = readItem(answer);
+    if (item.name.size() <= maxName) {
+      items.emplace(std::move(object.path), std::move(item));
+    }
+    sd_bus_message_exit_container(message);
+  }
+  return items;
 }
 
 int readActionCount(const Answer& answer) {
@@ -284,6 +319,11 @@ Call<std::string> getToolkitName(const Connection& connection, const Object& obj
 
 Call<std::string> getApplicationBusAddress(const Connection& connection, const Object& object) {
   return {method(connection, object, Interface::application, "GetApplicationBusAddress"), readText};
+}
+
+Call<Items> getItems(const Connection& connection, const Object& application) {
+  const Object cache{application.bus, "/org/a11y/atspi/cache"};
+  return {connection.method(cache, "org.a11y.atspi.Cache", "GetItems"), readItems};
 }
 
 Call<std::optional<Extents>> getExtents(const Connection& connection, const Object& object) {

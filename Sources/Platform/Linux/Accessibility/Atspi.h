@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Platform/Linux/Accessibility/Bus.h"
@@ -281,6 +282,16 @@ struct Objects {
   std::size_t count = 0;      ///< how many there are in all
 };
 
+/// What an application tells of one of all its objects.
+struct Item {
+  int childCount = 0;  ///< negative where it does not tell
+  Interfaces interfaces;
+  std::string name;
+  Role role = Role::invalid;
+  States states;
+};
+using Items = std::unordered_map<std::string, Item>;  ///< by the paths of the objects
+
 /// The service on the session bus that knows where the accessibility bus is, and whether anybody
 /// looks.
 namespace Launcher {
@@ -328,6 +339,11 @@ Call<bool> doAction(const Connection& connection, const Object& object, int inde
 Call<std::string> getToolkitName(const Connection& connection, const Object& object);
 /// Where it can be asked past the bus.
 Call<std::string> getApplicationBusAddress(const Connection& connection, const Object& object);
+
+// Cache: all objects of an application at a time.
+/// As they are now. Those that nobody has asked for yet may be missing; what no honest application
+/// would say is.
+Call<Items> getItems(const Connection& connection, const Object& application);
 
 // Component: what has a place.
 Call<std::optional<Extents>> getExtents(const Connection& connection, const Object& object);

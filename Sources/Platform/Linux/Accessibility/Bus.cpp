@@ -21,6 +21,10 @@ constexpr std::chrono::milliseconds openLimit{1000};
 /// it gets through them well within a messaging timeout.
 constexpr std::size_t window = 128;
 
+/// How long one lane alone is listened to: longer than it takes an application to get from one lane
+/// to the next, and too short to matter to one that hangs with some lanes answered.
+constexpr std::chrono::milliseconds oneLaneLimit{10};
+
 // What every bus answers, and most of those on it.
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr const char* peerInterface = "org.freedesktop.DBus.Peer";
@@ -31,13 +35,17 @@ Object daemon() {
   return {"org.freedesktop.DBus", "/org/freedesktop/DBus"};
 }
 
-/// Waits until there is something to do for one of the buses, or the time is up.
-bool awaitWork(std::span<const Bus> buses, Clock::duration limit) {
+/// Waits until there is something to do for one of the buses, or the time is up. What comes in
+/// counts on the one that is listened to, or on any if that is null.
+bool awaitWork(std::span<const Bus> buses, const sd_bus* listenedTo, Clock::duration limit) {
   std::vector<pollfd> sockets;
   for (const Bus& bus : buses) {
-    const int events = sd_bus_get_events(bus.get());
+    int events = sd_bus_get_events(bus.get());
     if (events < 0) {
       return false;
+    }
+    if (listenedTo && listenedTo != bus.get()) {
+      events &= ~POLLIN;
     }
     sockets.push_back({sd_bus_get_fd(bus.get()), static_cast<short>(events), 0});
   }
@@ -45,27 +53,37 @@ bool awaitWork(std::span<const Bus> buses, Clock::duration limit) {
   return poll(sockets.data(), sockets.size(), static_cast<int>(left)) >= 0 || errno == EINTR;
 }
 
+/// Handles what has come in on a bus, to the last of it, until the deadline: somebody may send us
+/// signals for as long as they care. False when the bus breaks.
+bool handleArrived(sd_bus* bus, Deadline deadline) {
+  int result = 0;
+  do {
+    result = sd_bus_process(bus, nullptr);
+  } while (result > 0 && Clock::now() < deadline);
+  return result >= 0;
+}
+
 /// Lets the buses work until `done` holds. False when the time is up or one of them breaks. Unlike
-/// sd_bus_call, which waits for the connection to be set up for as long as that takes.
+/// sd_bus_call, which waits for the connection to be set up for as long as that takes. At first
+/// only one of them is listened to, if it is given.
 template <class Condition>
-bool runUntil(std::span<const Bus> buses, Deadline deadline, Condition done) {
+bool runUntil(std::span<const Bus> buses, Deadline deadline, Condition done,
+              const sd_bus* listenedTo = nullptr) {
   while (!done()) {
-    bool progress = false;
     for (const Bus& bus : buses) {
-      const int result = sd_bus_process(bus.get(), nullptr);
-      if (result < 0) {
+      if (!handleArrived(bus.get(), deadline)) {
         return done();
       }
-      progress = progress || result > 0;
     }
-    // There is progress for as long as anybody cares to send us signals.
     const auto left = deadline - Clock::now();
-    if (left <= Clock::duration::zero()) {
+    if (done() || left <= Clock::duration::zero()) {
       return done();
     }
-    if (!progress && !awaitWork(buses, left)) {
+    if (!awaitWork(buses, listenedTo,
+                   listenedTo ? std::min<Clock::duration>(left, oneLaneLimit) : left)) {
       return false;
     }
+    listenedTo = nullptr;
   }
   return true;
 }
@@ -229,6 +247,13 @@ bool Connection::usable() const {
   return !broken_ && isOpen();
 }
 
+bool Connection::isReusable() {
+  for (const Bus& bus : buses_) {
+    handleArrived(bus.get(), Clock::now());  // its end, among other things
+  }
+  return !late_ && usable();
+}
+
 bool Connection::isOpen() const {
   return std::all_of(buses_.begin(), buses_.end(),
                      [](const Bus& bus) { return sd_bus_is_open(bus.get()) > 0; });
@@ -287,9 +312,11 @@ Answer Connection::askNow(Message call, std::chrono::milliseconds silence, Deadl
 Outcome Connection::run(std::chrono::milliseconds silence, Deadline deadline) {
   try {
     const Outcome outcome = work(silence, deadline);
+    late_ = late_ || !sent_.empty();
     giveUp(outcome);
     return outcome;
   } catch (...) {
+    late_ = true;
     // The handlers may refer to what is about to be unwound.
     queued_.clear();
     sent_.clear();
@@ -302,8 +329,13 @@ Outcome Connection::work(std::chrono::milliseconds silence, Deadline deadline) {
   Deadline lastReply = Clock::now();
   for (;;) {
     send();
-    const bool progress = runUntil(buses_, std::min(lastReply + silence, deadline),
-                                   [this] { return !replied_.empty() || sent_.empty(); });
+    // An application answers on all lanes alike. To be woken by one of them alone, when there are
+    // answers on the others as well, saves it and us most of what waking costs.
+    const sd_bus* const listenedTo =
+        sent_.empty() ? nullptr : sd_bus_slot_get_bus(sent_.front().slot.get());
+    const bool progress = runUntil(
+        buses_, std::min(lastReply + silence, deadline),
+        [this] { return !replied_.empty() || sent_.empty(); }, listenedTo);
     if (!progress) {
       broken_ = !isOpen();
       return broken_ ? Outcome::noBus : Outcome::timedOut;

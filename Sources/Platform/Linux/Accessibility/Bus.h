@@ -121,13 +121,18 @@ class Connection {
 
   /// A connection straight to an application, past the bus, which nearly halves what a call costs.
   /// It has several lanes: a turn of the application's main loop, which costs about as much as an
-  /// answer, serves one question of each. Null when the application does not accept it in time.
+  /// answer, serves one question of each, and we are woken once for all of them. Null when the
+  /// application does not accept it in time.
   static std::unique_ptr<Connection> toApplication(const std::string& address, std::size_t lanes,
                                                    std::chrono::milliseconds limit);
 
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
   ~Connection();
+
+  /// Whether a connection that was kept unused can be used again, by whichever thread: not when the
+  /// other side has gone, or may still answer what was given up.
+  bool isReusable();
 
   // Messages to be sent. A null message stands for one that could not be made.
   [[nodiscard]] Message method(const Object& object, const char* interface,
@@ -199,6 +204,7 @@ class Connection {
   Calls sent_;
   Calls replied_;
   bool broken_ = false;
+  bool late_ = false;  // something was given up that may still be answered
 };
 
 }  // namespace tervain::Linux::AccessibilityBus

@@ -22,6 +22,9 @@ constexpr std::size_t maxUnderWay = 48;
 /// How many objects the lists of children may hold in all.
 constexpr std::size_t maxObjects = 131'072;
 
+/// From which depth on a walk sees so many elements that it pays to ask about all at once.
+constexpr int deepWalk = 4;
+
 /// With so few elements under way, most of the time is spent waiting for single answers.
 constexpr std::size_t fewUnderWay = 6;
 
@@ -62,8 +65,11 @@ struct AXReader::State {
     }
     const AXElement::Handle& handle = root.handle();
     if (connection_ && handle.toolkit == Toolkit::gtk3) {
-      straight_ = straightTo(*connection_, handle.object, handle.timeout);
+      straight_ = straightTo(*connection_, handle);
       connection_ = straight_ ? straight_.get() : connection_;
+    }
+    if (connection_ && handle.toolkit == Toolkit::gtk4 && walk_->maxDepth >= deepWalk) {
+      readItems(handle);
     }
     Node& node = add(root, nullptr, {});
     frontier_.emplace(node.path, &node);
@@ -130,6 +136,15 @@ struct AXReader::State {
     if (outcome == Outcome::noBus) {
       connection_ = nullptr;
     }
+  }
+
+  /// GTK 4 tells in one answer most of what there is to know of all that anybody has seen of it.
+  void readItems(const AXElement::Handle& application) {
+    connection_->ask(Atspi::getItems(*connection_, application.object),
+                     [this](AccessibilityBus::Reply<Atspi::Items> reply) {
+                       learned_.items = std::move(reply.value);
+                     });
+    run(application);
   }
 
   void readAhead(const Node& node) {
@@ -321,7 +336,7 @@ struct AXReader::State {
     return placementOf(read, windowShowing(read, windows));
   }
 
-  std::unique_ptr<Connection> straight_;
+  StraightConnection straight_;
   Connection* connection_;
   std::optional<AXWalk> walk_;
   std::unordered_map<const AXElement::Handle*, std::unique_ptr<Node>> nodes_;

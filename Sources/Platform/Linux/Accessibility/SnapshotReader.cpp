@@ -54,6 +54,10 @@ class Reading : public std::enable_shared_from_this<Reading> {
         row_(element.row),
         request_(request),
         done_(std::move(done)) {
+    if (request_.learned && !row_ && !isApplication_) {  // GTK 4 gives its root no children there
+      const auto found = request_.learned->items.find(object_.path);
+      item_ = found == request_.learned->items.end() ? nullptr : &found->second;
+    }
     snapshot_.toolkit = element.toolkit;
     snapshot_.kind.parentRole = request_.parentRole.value_or(Role::invalid);
   }
@@ -262,6 +266,12 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void askForStates() {
+    if (item_) {
+      snapshot_.kind.states = item_->states;
+      // It may have gone since, which its place tells then.
+      hasStates_ = !item_->interfaces.has(Interface::component);
+      return;
+    }
     ask(Atspi::getState, [this](Atspi::States states) {
       hasStates_ = true;
       snapshot_.kind.states = states;
@@ -274,8 +284,10 @@ class Reading : public std::enable_shared_from_this<Reading> {
       snapshot_.extents = known.mapped();
       return;
     }
-    ask(Atspi::getExtents,
-        [this](std::optional<Atspi::Extents> extents) { snapshot_.extents = extents; });
+    ask(Atspi::getExtents, [this](std::optional<Atspi::Extents> extents) {
+      hasStates_ = hasStates_ || item_;
+      snapshot_.extents = extents;
+    });
   }
 
   void askForRole() {
@@ -283,6 +295,12 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void askForIdentity() {
+    if (item_) {
+      snapshot_.kind.role = item_->role;
+      snapshot_.interfaces = item_->interfaces;
+      snapshot_.name = item_->name;
+      return;
+    }
     askForRole();
     ask(Atspi::getInterfaces,
         [this](Atspi::Interfaces interfaces) { snapshot_.interfaces = interfaces; });
@@ -353,6 +371,11 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void askForActions() {
+    if (snapshot_.toolkit == Toolkit::qt) {  // which translates none
+      ask(Atspi::getActions,
+          [this](std::vector<Atspi::Action> actions) { snapshot_.actions = std::move(actions); });
+      return;
+    }
     const bool isGtk4 = snapshot_.toolkit == Toolkit::gtk4;
     if (!isGtk4 && (snapshot_.toolkit != Toolkit::gtk3 || !request_.learned)) {
       ask(Atspi::getActionCount, [this](int count) {
@@ -446,6 +469,9 @@ class Reading : public std::enable_shared_from_this<Reading> {
   }
 
   void askForChildren() {
+    if (item_ && item_->childCount == 0) {
+      return;
+    }
     if (request_.maxChildren == 0 || snapshot_.has(State::managesDescendants)) {
       ask(Atspi::getChildCount, [this](int count) { keepChildCount(std::max(count, 0)); });
     } else {
@@ -624,6 +650,7 @@ class Reading : public std::enable_shared_from_this<Reading> {
   const bool isApplication_;
   const std::optional<TableRow> row_;  // if the element is one
   const SnapshotRequest request_;
+  const Atspi::Item* item_ = nullptr;  // what is known of it already
   std::function<void(SnapshotReply)> done_;
   Snapshot snapshot_;
   Outcome outcome_ = Outcome::answered;

@@ -18,6 +18,8 @@ struct Learned {
   std::map<std::pair<Atspi::Role, std::string>, std::string> actionNames;
   /// Where cells are, by their paths, as far as their rows have asked.
   std::map<std::string, Atspi::Extents> cells;
+  /// What the application has told of all its elements at a time.
+  Atspi::Items items;
 };
 
 /// How much of an element is asked for.
