@@ -16,6 +16,7 @@
 #include "VMAgentCore/AgentError.h"
 #include "VMAgentCore/AgentWire.h"
 #include "VMAgentCore/Base64/Base64.h"
+#include "VMAgentCore/Deadline.h"
 #include "VMAgentCore/ExecFrames.h"
 #include "VMAgentCore/ExecInput.h"
 #include "VMAgentCore/ExecOutput.h"
@@ -30,7 +31,6 @@ namespace tervain {
 namespace {
 
 namespace wire = AgentWire::Exec;
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 /// The longest wait of the pump: it bounds how late the end of the grace time is noticed, and the

@@ -62,6 +62,13 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
   return result;
 }
 
+/// A C string would end in the middle of such a text: another command than was meant would run.
+void requireNoNUL(std::span<const std::string> texts) {
+  for (const std::string& text : texts) {
+    require(text.find('\0') == std::string::npos ? 0 : EINVAL);
+  }
+}
+
 /// `flags` are those of the attributes that only one kind of child has.
 pid_t spawn(const std::string& path, std::span<const std::string> args,
             const Environment& environment, const std::array<int, 3>& streams, short flags) {
@@ -72,6 +79,8 @@ pid_t spawn(const std::string& path, std::span<const std::string> args,
   for (const auto& [key, value] : environment) {
     envp.emplace_back(key).append("=").append(value);
   }
+  requireNoNUL(argv);
+  requireNoNUL(envp);
 
   FileActions actions;
   for (int fd = 0; const int stream : streams) {

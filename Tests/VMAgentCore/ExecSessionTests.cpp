@@ -36,6 +36,8 @@ TEST(ExecSession, SaysWhyACommandCannotRun) {
   const test::ExecResult broken = run(request, shell);
   EXPECT_EQ(broken.error, "could not launch the command (posix_spawn errno 2)");
   EXPECT_EQ(broken.code, std::nullopt);
+  EXPECT_EQ(run({{"command", std::string("true\0false", 10)}}, "/bin/sh").error,
+            "could not launch the command (posix_spawn errno 22)");
 }
 
 TEST(ExecSession, ChoosesTheShell) {

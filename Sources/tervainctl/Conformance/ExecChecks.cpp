@@ -4,6 +4,7 @@
 #include <csignal>
 
 #include "VMAgentClient/RemoteCommand.h"
+#include "VMAgentCore/Deadline.h"
 #include "tervainctl/Conformance/Check.h"
 #include "tervainctl/Conformance/GuestCommand.h"
 #include "tervainctl/Conformance/Patience.h"
@@ -13,7 +14,6 @@ namespace tervain::ctl::conform {
 namespace {
 
 using Came = GuestCommand::Came;
-using Clock = std::chrono::steady_clock;
 
 const std::string eofFrame = "{\"t\":\"eof\"}\n";
 /// A frame of output carries what one read of the agent has given.
@@ -177,11 +177,11 @@ void endsInSpiteOfDescendants(const Guest& guest, Findings& findings) {
   // The agent waits two seconds, give or take its own rounds and a busy guest.
   constexpr std::chrono::milliseconds least{1500};
   constexpr std::chrono::seconds most{10};
+  const auto start = Clock::now();  // before the end of the command, however late we hear of it
   GuestCommand command(guest, "sleep 60 & echo $!; exit 4");
   if (!findings.expect(command.awaitLine(), "the command does not start")) {
     return;
   }
-  const auto start = Clock::now();
   const auto pid = pidIn(command.came());
   const Cleanup cleanup(guest, "kill " + std::to_string(pid));
   expectCame(findings, command, {command.came().out, "", 4});

@@ -176,7 +176,8 @@ AXError writeNumber(const Target& target, double number) {
 /// A text as it is now, or the beginning of a long one.
 std::optional<std::string> currentText(const Target& target) {
   const auto count = target.ask(Atspi::getCharacterCount);
-  auto text = target.ask(Atspi::getText, 0, count.value);
+  auto text = target.ask(Atspi::getText, 0,
+                         std::min(count.value, static_cast<int>(AccessibilityBus::maxText)));
   return count && text ? std::optional(readableText(std::move(text.value), target.handle.toolkit))
                        : std::nullopt;
 }
