@@ -33,7 +33,8 @@ std::optional<std::string_view> LineSplitBuffer::next() {
 
 void LineSplitBuffer::releaseTaken() {
   if (data_.capacity() > keptCapacity && pendingBytes() < keptCapacity) {
-    std::string(data_, start_).swap(data_);  // an assignment would keep the memory
+    data_.erase(0, start_);
+    data_.shrink_to_fit();
     scanned_ -= start_;
     start_ = 0;
   }

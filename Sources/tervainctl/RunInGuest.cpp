@@ -77,7 +77,7 @@ RemoteCommand::Result runInTerminal(AgentConnection connection, const AgentAddre
   }
   WindowSize window(agent, size);
   const auto show = [&command](std::string_view bytes) { pass(STDOUT_FILENO, bytes, command); };
-  const auto result =
+  auto result =
       command.run({.input = run.noInput ? -1 : STDIN_FILENO,
                    .onOutput =
                        [&](std::string_view bytes) {
