@@ -7,6 +7,7 @@
 #include "Fuzz/Fuzz.h"
 #include "Fuzz/HostileApplication.h"
 #include "Fuzz/Requests.h"
+#include "Platform/Linux/Accessibility/Applications.h"
 #include "Platform/Linux/X11/Windows.h"
 #include "VMAgentCore/Json.h"
 
@@ -90,7 +91,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     }
   }
   const fuzz::LeakCheck leaks;
-  const fuzz::HostileApplication application(std::move(answers));
-  fuzz::serveRequests({requests}, SOCK_STREAM);
+  {
+    const fuzz::HostileApplication application(std::move(answers));
+    fuzz::serveRequests({requests}, SOCK_STREAM);
+  }
+  Linux::dropEndedConnections();
   return 0;
 }

@@ -36,6 +36,7 @@ class IdleConnections {
   /// Null when there is none to that application.
   std::unique_ptr<Connection> take(const BusAndProcess& application) {
     const std::lock_guard lock(mutex_);
+    dropUseless();
     const auto found = std::find_if(idle_.begin(), idle_.end(), [&](const Idle& idle) {
       return idle.application == application;
     });
@@ -44,18 +45,21 @@ class IdleConnections {
     }
     auto connection = std::move(found->connection);
     idle_.erase(found);
-    return connection->isReusable() ? std::move(connection) : nullptr;
+    return connection;
   }
 
   void giveBack(BusAndProcess application, std::unique_ptr<Connection> connection) {
     const std::lock_guard lock(mutex_);
     idle_.push_back({std::move(application), std::move(connection)});
-    idle_.erase(std::remove_if(idle_.begin(), idle_.end(),
-                               [](const Idle& idle) { return !idle.connection->isReusable(); }),
-                idle_.end());
+    dropUseless();
     if (idle_.size() > maxIdle) {
       idle_.erase(idle_.begin());
     }
+  }
+
+  void tidyUp() {
+    const std::lock_guard lock(mutex_);
+    dropUseless();
   }
 
  private:
@@ -66,6 +70,12 @@ class IdleConnections {
     BusAndProcess application;
     std::unique_ptr<Connection> connection;
   };
+
+  void dropUseless() {
+    idle_.erase(std::remove_if(idle_.begin(), idle_.end(),
+                               [](const Idle& idle) { return !idle.connection->isReusable(); }),
+                idle_.end());
+  }
 
   std::mutex mutex_;
   std::vector<Idle> idle_;  // the one longest unused first
@@ -117,6 +127,10 @@ std::optional<Object> applicationOf(Connection& connection, pid_t pid,
     latest = findApplication(connection, pid, silence).value_or(Object{});
   }
   return latest.bus.empty() ? std::nullopt : std::optional(latest);
+}
+
+void dropEndedConnections() {
+  IdleConnections::shared().tidyUp();
 }
 
 void GiveBack::operator()(Connection* connection) {

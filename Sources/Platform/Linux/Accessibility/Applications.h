@@ -64,6 +64,9 @@ struct GiveBack {
 };
 using StraightConnection = std::unique_ptr<AccessibilityBus::Connection, GiveBack>;
 
+/// Closes kept connections to applications that have gone, as whoever asks for one does too.
+void dropEndedConnections();
+
 /// A connection straight to an application, where it offers one: GTK 3 does. Null otherwise.
 StraightConnection straightTo(AccessibilityBus::Connection& connection,
                               const Platform::AXElement::Handle& application);

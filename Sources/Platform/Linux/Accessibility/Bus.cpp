@@ -25,6 +25,10 @@ constexpr std::size_t window = 128;
 /// to the next, and too short to matter to one that hangs with some lanes answered.
 constexpr std::chrono::milliseconds oneLaneLimit{10};
 
+/// How long is spent on what has come in over a connection that nobody used: much less than it
+/// takes to make a new one, should somebody send without end.
+constexpr std::chrono::milliseconds drainLimit{10};
+
 // What every bus answers, and most of those on it.
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr const char* peerInterface = "org.freedesktop.DBus.Peer";
@@ -249,7 +253,7 @@ bool Connection::usable() const {
 
 bool Connection::isReusable() {
   for (const Bus& bus : buses_) {
-    handleArrived(bus.get(), Clock::now());  // its end, among other things
+    handleArrived(bus.get(), after(drainLimit));  // its end, among other things
   }
   return !late_ && usable();
 }
