@@ -281,39 +281,32 @@ Level level() {
   return answer;
 }
 
+using Pass = Progress (*)(char* out, std::string_view in);
+
+/// Does what this processor has vectors for.
+Progress run(Pass wide, Pass narrow, char* out, std::string_view in) {
+  switch (level()) {
+    case Level::avx2:
+      return wide(out, in);
+    case Level::ssse3:
+      return narrow(out, in);
+    default:
+      return {};
+  }
+}
+
 }  // namespace
 
 Progress encodeFast(char* out, std::string_view bytes) {
-  switch (level()) {
-    case Level::avx2:
-      return encodeWide(out, bytes);
-    case Level::ssse3:
-      return encode(out, bytes);
-    default:
-      return {};
-  }
+  return run(encodeWide, encode, out, bytes);
 }
 
 Progress decodeFast(char* out, std::string_view digits) {
-  switch (level()) {
-    case Level::avx2:
-      return decodeWide(out, digits);
-    case Level::ssse3:
-      return decode(out, digits);
-    default:
-      return {};
-  }
+  return run(decodeWide, decode, out, digits);
 }
 
 Progress unescapeFast(char* out, std::string_view text) {
-  switch (level()) {
-    case Level::avx2:
-      return unescapeWide(out, text);
-    case Level::ssse3:
-      return unescape(out, text);
-    default:
-      return {};
-  }
+  return run(unescapeWide, unescape, out, text);
 }
 
 }  // namespace tervain::Base64
