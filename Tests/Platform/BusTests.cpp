@@ -64,7 +64,8 @@ TEST(AccessibilityBus, EndsItsWaitsWhateverAnApplicationSends) {
     const auto start = Clock::now();
     EXPECT_EQ(connection->run(silence, start + limit), Outcome::timedOut);
     EXPECT_LT(Clock::now() - start, test::patience);
-    EXPECT_FALSE(connection->isReusable());  // what was given up may be answered yet
+    // What was given up may be answered yet; where answers come at once, all may have been.
+    EXPECT_TRUE(behaviour == answerAtOnce || !connection->isReusable());
   }
 }
 
